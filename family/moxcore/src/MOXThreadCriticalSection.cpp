@@ -1,0 +1,3 @@
+#include "moxcore/MOXThreadCriticalSection.h"
+
+MOXThreadCriticalSection::MOXThreadCriticalSection(int) {}
