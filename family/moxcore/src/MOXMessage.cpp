@@ -27,16 +27,32 @@ I18NString MOXMessage::format() const {
         for (size_t i = 0; i < parms.size(); ++i) out += (i == 0 ? ": " : ", ") + parms[i].getText().str();
         return I18NString(out);
     }
+    // "%1".."%9" are the parameters; "%[" ... "%]" encloses an optional piece
+    // that is left out when a parameter it names was not given.
+    std::string* target = &out;
+    std::string optional;
+    bool optionalComplete = true;
     for (const char* p = pattern; *p != '\0'; ++p) {
-        if (*p == '%' && p[1] >= '1' && p[1] <= '9') {
-            size_t index = static_cast<size_t>(p[1] - '1');
-            if (index < parms.size()) out += parms[index].getText().str();
-            ++p;
-        } else if (*p == '%' && p[1] == '%') {
-            out += '%';
-            ++p;
+        if (*p != '%' || p[1] == '\0') {
+            *target += *p;
+            continue;
+        }
+        const char next = *++p;
+        if (next >= '1' && next <= '9') {
+            size_t index = static_cast<size_t>(next - '1');
+            if (index < parms.size())
+                *target += parms[index].getText().str();
+            else
+                optionalComplete = false;
+        } else if (next == '[') {
+            optional.clear();
+            optionalComplete = true;
+            target = &optional;
+        } else if (next == ']') {
+            if (optionalComplete) out += optional;
+            target = &out;
         } else {
-            out += *p;
+            *target += next;  // "%%" and any other escaped character
         }
     }
     return I18NString(out);

@@ -5,7 +5,8 @@
 
 // A numbered entry of a message catalog (the message file), with parameters.
 // The text comes from the catalog registered under the file's name
-// (see MOXMessageCatalog); "%1" to "%9" in it stand for the parameters.
+// (see MOXMessageCatalog); "%1" to "%9" in it stand for the parameters, and
+// "%[ ... %]" encloses a piece that is dropped when a parameter it names is missing.
 class MOXMessage : public MOXMessageComponents {
 public:
     MOXMessage(const I18NString& messageFile, unsigned number);

@@ -1,0 +1,40 @@
+#ifndef TALVEX_TALVEX_H
+#define TALVEX_TALVEX_H
+
+#include "talvex/TALVEXExport.h"
+
+class TALVEXSocket;
+class TALVEXSession;
+
+// Starts the toolkit for this process: the socket layer, then the core
+// library. Returns 0 on success; a socket-layer start-up failure code is
+// returned unchanged. Call once before anything else.
+TALVEX_API long TALVEXInitialize();
+// Stops the core library and the socket layer; call after the last toolkit
+// object is deleted. Returns the core library's result.
+TALVEX_API long TALVEXTerminate();
+
+// The toolkit object: holds the two transport settings and creates sockets
+// and sessions. Everything it returns belongs to the caller.
+class TALVEX_API TALVEX {
+public:
+    TALVEX();
+    ~TALVEX();
+
+    // A new toolkit object with the defaults: secure sockets, blocking mode.
+    static TALVEX* newInstance();
+
+    // Non-zero: sockets and sessions use TLS through the security library.
+    int getUseSSL();
+    void setUseVLT(int useSecureSockets);
+    // Non-zero: connections switch to non-blocking mode once connected, which
+    // time-outs and cancellation of the secure socket need.
+    int getUseNonBlockingSockets();
+    void setUseNonBlockingSockets(int nonBlocking);
+
+private:
+    int m_use_ssl;
+    int m_non_blocking;
+};
+
+#endif
