@@ -106,9 +106,15 @@ public:
 
 private:
     void acceptLoop() {
-        while (!m_stopped) {
+        for (;;) {
+            // Once stopping, connections whose handshake already completed are
+            // still served, so a client that wrote and closed is not lost.
+            const bool last = m_stopped.load();
             pollfd p{m_listen, POLLIN, 0};
-            if (::poll(&p, 1, 50) <= 0) continue;
+            if (::poll(&p, 1, last ? 0 : 50) <= 0) {
+                if (last) return;
+                continue;
+            }
             int fd = ::accept(m_listen, nullptr, nullptr);
             if (fd < 0) continue;
             ++m_accepted;

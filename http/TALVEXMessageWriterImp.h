@@ -1,0 +1,67 @@
+#ifndef TALVEX_HTTP_TALVEXMESSAGEWRITERIMP_H
+#define TALVEX_HTTP_TALVEXMESSAGEWRITERIMP_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "http/TALVEXEnabledOutputStream.h"
+#include "talvex/TALVEXMessageWriter.h"
+
+class HttpMsgNode;
+class MultipartHttpMsg;
+class OnePieceHttpMsg;
+class TALVEXSocket;
+
+// The message writer over the HTTP tools library's senders. It decides the
+// start line, the headers and the parts and the order they reach the sender;
+// the sender formats them.
+class TALVEXMessageWriterImp : public TALVEXMessageWriter {
+public:
+    // chunked 0: the body goes with a content length; otherwise chunks of
+    // chunkSize (below 2: 4000). boundary null: "=_=vorna-mp-boundary=_=".
+    TALVEXMessageWriterImp(const char* _uri_path, int isRequest, int hasAttachments, TALVEXSocket* sock, int chunked,
+                           int chunkSize, const char* boundary);
+    ~TALVEXMessageWriterImp() override;
+
+    void writeEnvelope(const MOXIDOM_Node& envelope) override;
+    PNXOutputStream& openEnvelope(const char* soapAction) override;
+    PNXOutputStream& openEnvelope() override;
+    void closeEnvelope(PNXOutputStream& stream) override;
+    void writeAttachment(const char* contentType, const char* charset, const char* headers, const char* data,
+                         unsigned int length, const char* contentId) override;
+    void writeAttachment(const char* contentType, const char* charset, const char* data, unsigned int length,
+                         const char* contentId) override;
+    void writeAttachment(const MOXIDOM_Node& node, const char* contentId) override;
+    PNXOutputStream& openAttachment(const char* contentType, const char* charset, const char* headers,
+                                    const char* contentId, int pieceFlag) override;
+    PNXOutputStream& openAttachment(const char* contentType, const char* charset, const char* contentId,
+                                    int reserved) override;
+    void closeAttachment(PNXOutputStream& stream) override;
+    std::string* newContentId() override;
+    void close() override;
+    void setResponseStatus(int status, const char* reason) override;
+    void setHeader(const std::string& name, const std::string& value) override;
+    void setHeaders(const std::map<std::string, std::string>& headers) override;
+    void removeHeader(const std::string& name) override;
+
+    int getChunkSize() const { return m_chunk_size; }
+    const std::string& getBoundary() const { return m_boundary; }
+
+private:
+    void applyHeaders(HttpMsgNode* sender);
+    void deleteSenders();
+
+    int m_chunk_size;
+    TALVEXSocket* m_sock;
+    std::string m_uri_path;
+    std::string m_boundary;
+    OnePieceHttpMsg* m_op_sender;
+    MultipartHttpMsg* m_mp_sender;
+    OnePieceHttpMsg* m_part;
+    std::uint32_t m_content_id_counter;
+    TALVEXEnabledOutputStream m_body;
+    std::map<std::string, std::string> m_headers;
+};
+
+#endif
