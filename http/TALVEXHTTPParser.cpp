@@ -1,0 +1,264 @@
+#include "http/TALVEXHTTPParser.h"
+
+#include <climits>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "frame/TALVEXRaise.h"
+#include "moxcore/MOXByteBuffer.h"
+#include "moxcore/MOXThrow.h"
+#include "moxcore/MOXUtConvert.h"
+#include "moxhttptools/HTTPHeader.h"
+#include "moxhttptools/HTTPMessage.h"
+#include "moxhttptools/MOXStringTokenizer.h"
+#include "moxhttptools/NoSuchElementExceptionST.h"
+#include "pnxstreams/PNXBufferedInputStream.h"
+
+static const char MOX_UNIT[] = "TALVEXHTTPParser";
+
+namespace {
+
+const char kVersion11[] = "HTTP/1.1";
+const char kVersion10[] = "HTTP/1.0";
+const char kTokenDelimiters[] = " \t";
+const unsigned kMaxBoundaryLength = 70;
+// How much of a refused request line is shown after the offending byte.
+const int kRefusedContextBytes = 21;
+
+// atoi's reading (leading blanks, optional sign, leading digits, 0 without
+// digits), but a number beyond int saturates instead of being undefined: a
+// huge Content-Length must not wrap into a small one.
+int toInt(const char* text) {
+    const long v = std::strtol(text, nullptr, 10);
+    if (v > INT_MAX) return INT_MAX;
+    if (v < INT_MIN) return INT_MIN;
+    return static_cast<int>(v);
+}
+
+std::string lowerCopy(const char* text) {
+    std::string copy(text);
+    MOXUtConvert::strlwr(&copy[0]);
+    return copy;
+}
+
+bool isVersion(const std::string& token) { return token == kVersion11 || token == kVersion10; }
+
+I18NString printable(const char* text) { return I18NString(makePrintable(text)); }
+
+}  // namespace
+
+TALVEXHTTPParser::TALVEXHTTPParser() : m_multipart(0), m_content_length(0), m_chunked(0) {}
+
+TALVEXHTTPParser::~TALVEXHTTPParser() {}
+
+const char* TALVEXHTTPParser::getHeader(const char* name) const {
+    if (name == nullptr) return nullptr;
+    const auto it = m_headers.find(name);
+    return it == m_headers.end() ? nullptr : it->second.c_str();
+}
+
+void TALVEXHTTPParser::setHeader(const std::string& name, const std::string& value) { m_headers[name] = value; }
+
+void TALVEXHTTPParser::parseRequest(PNXBufferedInputStream* is) {
+    MOX_ASSERT(is);
+    m_multipart = 0;
+    m_content_length = 0;
+    m_chunked = 0;
+    MOXByteBuffer line(256, 256);
+
+    // The method is scanned byte by byte so that a client speaking something
+    // else is refused after a few bytes instead of after a whole line, and
+    // blank lines (CR LF or a bare LF) before the request are passed over.
+    int prev = 0;
+    for (;;) {
+        const int c = is->read();
+        if (c < 0) TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::parseRequest", ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
+        if (prev == 0) line.reset();
+        line << static_cast<char>(c);
+
+        bool accepted;
+        switch (c) {
+            case '\n': accepted = prev == 0 || prev == '\r'; break;
+            case '\r':
+            case 'P': accepted = prev == 0; break;
+            case 'O': accepted = prev == 'P'; break;
+            case 'S': accepted = prev == 'O'; break;
+            case 'T': accepted = prev == 'S'; break;
+            default: accepted = false; break;
+        }
+        if (!accepted) {
+            for (int i = 0; i < kRefusedContextBytes; ++i) {
+                const int more = is->read();
+                if (more < 0) break;
+                line << static_cast<char>(more);
+            }
+            line << "...";
+            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::parseRequest", ErrNotPost, TALVEXMessage(0xF2A987E8),
+                                   printable(line.str()));
+        }
+        if (c == 'T') break;
+        prev = c == '\n' ? 0 : c;
+    }
+
+    if (is->readline(line) == PNX_EOF)
+        TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::parseRequest", ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
+    line.trim();
+    validateRequestLine(line);
+    processHeaders(is, 1);
+}
+
+void TALVEXHTTPParser::parseResponse(PNXBufferedInputStream* is) {
+    MOX_ASSERT(is);
+    m_multipart = 0;
+    m_content_length = 0;
+    m_chunked = 0;
+    MOXByteBuffer line(256, 256);
+
+    for (;;) {
+        do {
+            line.reset();
+            if (is->readline(line) == PNX_EOF)
+                TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::parseResponse", ErrHeadIncomplete,
+                                TALVEXMessage(0xF2AD7BA3));
+        } while (line.trim() == 0);
+
+        const int status = validateResponseLine(line);
+        // An interim "100 Continue" head is read to its end and forgotten; its
+        // pseudo-headers are overwritten by the final status line.
+        processHeaders(is, status != 100);
+        if (status != 100) return;
+    }
+}
+
+void TALVEXHTTPParser::parsePartHeaders(PNXBufferedInputStream* is) {
+    MOX_ASSERT(is);
+    // One parser serves every part of a message: each part starts from nothing.
+    m_multipart = 0;
+    m_content_length = 0;
+    m_chunked = 0;
+    m_content_id.clear();
+    m_content_type.clear();
+    m_boundary.clear();
+    m_headers.clear();
+    processHeaders(is, 1);
+}
+
+void TALVEXHTTPParser::validateRequestLine(MOXByteBuffer& line) {
+    try {
+        MOXStringTokenizer tokens(line.str(), kTokenDelimiters, 0);
+        if (tokens.nextToken() != "POST")
+            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::validateRequestLine", ErrNotPost,
+                                   TALVEXMessage(0xF2A987E8), printable(line.str()));
+        setHeader("talvex-uri", tokens.nextToken());
+        const std::string version = tokens.nextToken();
+        if (!isVersion(version))
+            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::validateRequestLine", ErrHttpVersion,
+                                   TALVEXMessage(0xF2A260D2), printable(line.str()));
+        setHeader("talvex-http-version", version);
+    } catch (NoSuchElementExceptionST&) {
+        TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::validateRequestLine", ErrRequestLine,
+                               TALVEXMessage(0xF2AD7530), printable(line.str()));
+    }
+}
+
+int TALVEXHTTPParser::validateResponseLine(MOXByteBuffer& line) {
+    std::string code;
+    try {
+        MOXStringTokenizer tokens(line.str(), kTokenDelimiters, 0);
+        const std::string version = tokens.nextToken();
+        if (!isVersion(version))
+            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::validateResponseLine", ErrHttpVersion,
+                                   TALVEXMessage(0xF2A260D2), printable(line.str()));
+        setHeader("talvex-http-version", version);
+        code = tokens.nextToken();
+        setHeader("talvex-status-code", code);
+
+        // theRest gives "" when the line ends after the code.
+        setHeader("talvex-reason-phrase", tokens.theRest());
+    } catch (NoSuchElementExceptionST&) {
+        TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::validateResponseLine", ErrStatusLine,
+                               TALVEXMessage(0xF2A503ED), printable(line.str()));
+    }
+    return toInt(code.c_str());
+}
+
+void TALVEXHTTPParser::processHeaders(PNXBufferedInputStream* is, int store) {
+    MOX_ASSERT(is);
+    MOXByteBuffer line(256, 256);
+    for (;;) {
+        line.reset();
+        if (is->readline(line) == PNX_EOF)
+            TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::processHeaders", ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
+        if (line.trim() == 0) return;
+        if (store) processHeader(line);
+    }
+}
+
+void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
+    const char* text = line.str();
+    const char* colon = std::strchr(text, ':');
+    // Neither a header nor an error: such lines (continuations included) are dropped.
+    if (colon == nullptr) return;
+
+    std::string name(text, static_cast<size_t>(colon - text));
+    HTTPMessage::trim(name);
+    MOXUtConvert::strlwr(&name[0]);
+
+    HTTPHeader header;
+    header.parse(colon + 1);
+    const char* value = header.getValue();
+    const bool empty = value == nullptr || *value == '\0';
+
+    if (name == "content-type") {
+        if (empty)
+            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrContentType,
+                                   TALVEXMessage(0xF2A4A8F1), printable(text));
+        m_content_type = value;
+        if (lowerCopy(value).compare(0, 10, "multipart/") == 0) {
+            const char* boundary = header.getAttribute("boundary");
+            if (boundary == nullptr || *boundary == '\0' || std::strlen(boundary) > kMaxBoundaryLength)
+                TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrBoundary,
+                                       TALVEXMessage(0xF2A23B5F), printable(text));
+            m_boundary = boundary;
+            m_multipart = 1;
+        }
+    } else if (name == "content-id") {
+        if (empty)
+            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrContentId,
+                                   TALVEXMessage(0xF2A4A974), printable(text));
+        m_content_id = value;
+    } else if (name == "content-length") {
+        if (empty)
+            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrContentLength,
+                                   TALVEXMessage(0xF2A728B0), printable(text));
+        m_content_length = toInt(value);
+    } else if (name == "transfer-encoding") {
+        if (empty)
+            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrTransferEncoding,
+                                   TALVEXMessage(0xF2AD19C2), printable(text));
+        m_chunked = lowerCopy(value) == "chunked" ? 1 : 0;
+    }
+
+    MOXByteBuffer dumped(40, 256);
+    header.dump(dumped);
+    setHeader(name, std::string(dumped.str(), dumped.pcount()));
+}
+
+std::string makePrintable(const char* pString) {
+    // MOX_ASSERT would expand NULL before the condition is turned into text.
+    MOX_ASSERT_AT(__LINE__, NULL != pString);
+    try {
+        std::string copy(pString);
+        for (char& c : copy) {
+            const unsigned char b = static_cast<unsigned char>(c);
+            if (b < 0x20 || b > 0x7E) c = '?';
+        }
+        return copy;
+    } catch (const std::bad_alloc&) {
+        MOX_THROW(MOXOutOfMemoryError, nullptr);
+    } catch (const std::exception& e) {
+        MOXStdExceptionError(e).hurl(MOX_HERE, nullptr, "MOX_THROW");
+    }
+}

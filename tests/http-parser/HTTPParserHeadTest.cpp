@@ -1,0 +1,512 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "HeadFeed.h"
+#include "ParserExpectations.h"
+#include "PartStream.h"
+#include "http/TALVEXHTTPParser.h"
+
+namespace {
+
+const unsigned kMsgHeadIncomplete = 0xF2AD7BA3;
+const unsigned kMsgNotPost = 0xF2A987E8;
+const unsigned kMsgVersion = 0xF2A260D2;
+const unsigned kMsgRequestLine = 0xF2AD7530;
+const unsigned kMsgStatusLine = 0xF2A503ED;
+const unsigned kMsgContentType = 0xF2A4A8F1;
+const unsigned kMsgBoundary = 0xF2A23B5F;
+const unsigned kMsgContentId = 0xF2A4A974;
+const unsigned kMsgContentLength = 0xF2A728B0;
+const unsigned kMsgTransferEncoding = 0xF2AD19C2;
+
+const char kParseRequest[] = "TALVEXHTTPParser::parseRequest";
+const char kParseResponse[] = "TALVEXHTTPParser::parseResponse";
+const char kProcessHeaders[] = "TALVEXHTTPParser::processHeaders";
+const char kProcessHeader[] = "TALVEXHTTPParser::processHeader";
+const char kValidateRequest[] = "TALVEXHTTPParser::validateRequestLine";
+const char kValidateResponse[] = "TALVEXHTTPParser::validateResponseLine";
+
+std::string header(const TALVEXHTTPParser& p, const char* name) {
+    const char* v = p.getHeader(name);
+    return v != nullptr ? v : "(absent)";
+}
+
+// A response head made of these header lines, then the body "BODY".
+std::string responseWith(const std::string& headerLines) {
+    return "HTTP/1.1 200 OK\r\n" + headerLines + "\r\nBODY";
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- request line
+
+TEST(ParserRequest, BlankLinesBeforeTheRequestArePassedOver) {
+    const std::string head = "POST /svc/x HTTP/1.1\r\nHost: h\r\n\r\n";
+    HeadFeed plain(head + "BODY");
+    HeadFeed padded("\r\n\n\r\n\n" + head + "BODY");
+    TALVEXHTTPParser a, b;
+    a.parseRequest(plain.stream());
+    b.parseRequest(padded.stream());
+    for (const char* key : {"talvex-uri", "talvex-http-version", "host"}) EXPECT_EQ(header(a, key), header(b, key));
+    EXPECT_EQ("/svc/x", header(b, "talvex-uri"));
+    EXPECT_EQ("HTTP/1.1", header(b, "talvex-http-version"));
+    EXPECT_EQ("BODY", padded.remaining()) << "the head ends at its empty line, not a byte later";
+}
+
+TEST(ParserRequest, GetIsRefusedAfterTheGAnd21MoreBytesWithLineEndsShownAsQuestionMarks) {
+    HeadFeed f("GET / HTTP/1.1\r\nHost: a\r\n\r\n");
+    TALVEXHTTPParser p;
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(f.stream()); }, 7, kMsgNotPost, kParseRequest,
+                                  "GET / HTTP/1.1??Host: ..."));
+    EXPECT_EQ("a\r\n\r\n", f.remaining()) << "exactly 21 bytes are read after the refused one";
+}
+
+TEST(ParserRequest, RefusalTextIsShorterWhenTheStreamEndsAndLeavesOutSkippedBlankLines) {
+    HeadFeed f("\r\n\nGE");
+    TALVEXHTTPParser p;
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(f.stream()); }, 7, kMsgNotPost, kParseRequest, "GE..."));
+}
+
+TEST(ParserRequest, CrNotFollowedByLfIsRefused) {
+    HeadFeed f("\rPOST / HTTP/1.1\r\n\r\n");
+    TALVEXHTTPParser p;
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(f.stream()); }, 7, kMsgNotPost, kParseRequest,
+                                  "?POST / HTTP/1.1????..."));
+}
+
+TEST(ParserRequest, ByteOutOfPlaceInsideTheMethodIsRefusedWithWhatWasReadOfTheLine) {
+    HeadFeed f("POXT /abcdefghijklmnopqrstuvwxyz HTTP/1.1\r\n\r\n");
+    TALVEXHTTPParser p;
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(f.stream()); }, 7, kMsgNotPost, kParseRequest,
+                                  "POXT /abcdefghijklmnopqr..."));
+    HeadFeed lateLf("POS\nPOST / HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(lateLf.stream()); }, 7, kMsgNotPost, kParseRequest,
+                                  "POS?POST / HTTP/1.1????..."));
+    HeadFeed lower("post / HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(lower.stream()); }, 7, kMsgNotPost, kParseRequest,
+                                  "post / HTTP/1.1????..."));
+}
+
+TEST(ParserRequest, PostFollowedByLettersPassesTheScanAndIsRefusedWithTheWholeLine) {
+    HeadFeed f("POSTX /a HTTP/1.1\r\n\r\n");
+    TALVEXHTTPParser p;
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(f.stream()); }, 7, kMsgNotPost, kValidateRequest,
+                                  "POSTX /a HTTP/1.1"));
+}
+
+TEST(ParserRequest, FourthTokenIsIgnoredAndTabsSeparateToo) {
+    HeadFeed f("POST\t/a \t HTTP/1.0   extra tokens\r\n\r\n");
+    TALVEXHTTPParser p;
+    p.parseRequest(f.stream());
+    EXPECT_EQ("/a", header(p, "talvex-uri"));
+    EXPECT_EQ("HTTP/1.0", header(p, "talvex-http-version"));
+    EXPECT_EQ("(absent)", header(p, "talvex-status-code"));
+}
+
+TEST(ParserRequest, TooFewTokensGiveCode9WithTheLine) {
+    TALVEXHTTPParser p;
+    HeadFeed two("POST /a\r\n\r\n");
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(two.stream()); }, 9, kMsgRequestLine, kValidateRequest,
+                                  "POST /a"));
+    HeadFeed one("POST  \t\r\n\r\n");
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(one.stream()); }, 9, kMsgRequestLine, kValidateRequest,
+                                  "POST"));
+}
+
+TEST(ParserRequest, VersionOtherThan10Or11GivesCode8AndKeepsTheUriStoredBefore) {
+    HeadFeed f("POST /kept HTTP/2.0\r\n\r\n");
+    TALVEXHTTPParser p;
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(f.stream()); }, 8, kMsgVersion, kValidateRequest,
+                                  "POST /kept HTTP/2.0"));
+    EXPECT_EQ("/kept", header(p, "talvex-uri"));
+    HeadFeed lower("POST / http/1.1\r\n\r\n");
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(lower.stream()); }, 8, kMsgVersion, kValidateRequest,
+                                  "POST / http/1.1"));
+}
+
+TEST(ParserRequest, StreamEndingAnywhereInTheHeadGivesCode6FromTheStepReading) {
+    struct Case {
+        const char* data;
+        const char* function;
+    } cases[] = {
+        {"", kParseRequest},
+        {"\r\n\r\n", kParseRequest},
+        {"\r", kParseRequest},
+        {"POS", kParseRequest},
+        {"POST", kParseRequest},
+        {"POST / HTTP/1.1", kProcessHeaders},
+        {"POST / HTTP/1.1\r\n", kProcessHeaders},
+        {"POST / HTTP/1.1\r\nHost: x\r\n", kProcessHeaders},
+        {"POST / HTTP/1.1\r\nHost: x", kProcessHeaders},
+    };
+    for (const Case& c : cases) {
+        HeadFeed f(c.data);
+        TALVEXHTTPParser p;
+        EXPECT_TRUE(raisesParserError([&] { p.parseRequest(f.stream()); }, 6, kMsgHeadIncomplete, c.function, nullptr))
+            << "data: " << ::testing::PrintToString(std::string(c.data));
+    }
+}
+
+TEST(ParserRequest, NullStreamIsAnAssertion) {
+    TALVEXHTTPParser p;
+    EXPECT_TRUE(raisesAssertion([&] { p.parseRequest(nullptr); }, "MOX_ASSERT(is);"));
+    EXPECT_TRUE(raisesAssertion([&] { p.parseResponse(nullptr); }, "MOX_ASSERT(is);"));
+    EXPECT_TRUE(raisesAssertion([&] { p.parsePartHeaders(nullptr); }, "MOX_ASSERT(is);"));
+}
+
+// ----------------------------------------------------------------- status line
+
+TEST(ParserResponse, InterimContinueIsPassedOverWithItsHeaders) {
+    HeadFeed f(
+        "HTTP/1.1 100 Continue\r\nX-Interim: yes\r\nContent-Length: 99\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "HTTP/1.1 100 Continue\r\n\r\n"
+        "HTTP/1.0 200 All Fine\r\nX-Final: 1\r\n\r\nBODY");
+    TALVEXHTTPParser p;
+    p.parseResponse(f.stream());
+    EXPECT_EQ("200", header(p, "talvex-status-code"));
+    EXPECT_EQ("All Fine", header(p, "talvex-reason-phrase"));
+    EXPECT_EQ("HTTP/1.0", header(p, "talvex-http-version"));
+    EXPECT_EQ("(absent)", header(p, "x-interim"));
+    EXPECT_EQ(dumpOf(" 1"), header(p, "x-final"));
+    EXPECT_EQ(0, p.getContentLength()) << "framing of the interim head must not leak into the final one";
+    EXPECT_EQ(0, p.isChunked());
+    EXPECT_EQ("BODY", f.remaining());
+}
+
+TEST(ParserResponse, StatusCodeIsReadAsAtoiReadsIt) {
+    // "100abc" counts as 100: an interim head whose headers are dropped.
+    HeadFeed interim("HTTP/1.1 100abc x\r\nA: 1\r\n\r\nHTTP/1.1 201 Created\r\nB: 2\r\n\r\n");
+    TALVEXHTTPParser p;
+    p.parseResponse(interim.stream());
+    EXPECT_EQ("201", header(p, "talvex-status-code"));
+    EXPECT_EQ("(absent)", header(p, "a"));
+    EXPECT_EQ(dumpOf(" 2"), header(p, "b"));
+
+    // Letters give 0: a final head, kept unchanged as text.
+    HeadFeed letters("HTTP/1.1 abc Odd Status\r\nA: 1\r\n\r\nBODY");
+    TALVEXHTTPParser q;
+    q.parseResponse(letters.stream());
+    EXPECT_EQ("abc", header(q, "talvex-status-code"));
+    EXPECT_EQ("Odd Status", header(q, "talvex-reason-phrase"));
+    EXPECT_EQ(dumpOf(" 1"), header(q, "a"));
+    EXPECT_EQ("BODY", letters.remaining());
+}
+
+TEST(ParserResponse, ReasonPhraseKeepsInnerBlanksAndIsEmptyWhenTheLineEndsAfterTheCode) {
+    HeadFeed spaced("HTTP/1.1 404 \tNot  Found \r\n\r\n");
+    TALVEXHTTPParser p;
+    p.parseResponse(spaced.stream());
+    EXPECT_EQ("Not  Found", header(p, "talvex-reason-phrase"));
+
+    HeadFeed bare("HTTP/1.1 204\r\n\r\n");
+    p.parseResponse(bare.stream());
+    EXPECT_EQ("204", header(p, "talvex-status-code"));
+    EXPECT_EQ("", header(p, "talvex-reason-phrase")) << "present and empty, not the earlier phrase";
+}
+
+TEST(ParserResponse, BlankLinesBeforeTheStatusLineAreSkippedWithoutLimit) {
+    std::string data;
+    for (int i = 0; i < 5000; ++i) data += (i % 3 == 0) ? " \t\r\n" : (i % 3 == 1 ? "\n" : "\r\n");
+    HeadFeed f(data + "HTTP/1.1 200 OK\r\n\r\nB");
+    TALVEXHTTPParser p;
+    p.parseResponse(f.stream());
+    EXPECT_EQ("200", header(p, "talvex-status-code"));
+    EXPECT_EQ("B", f.remaining());
+}
+
+TEST(ParserResponse, VersionAloneGivesCode10AndAWrongVersionCode8) {
+    TALVEXHTTPParser p;
+    HeadFeed alone("HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(raisesParserError([&] { p.parseResponse(alone.stream()); }, 10, kMsgStatusLine, kValidateResponse,
+                                  "HTTP/1.1"));
+    HeadFeed v2("HTTP/2 200 OK\r\n\r\n");
+    EXPECT_TRUE(raisesParserError([&] { p.parseResponse(v2.stream()); }, 8, kMsgVersion, kValidateResponse,
+                                  "HTTP/2 200 OK"));
+    HeadFeed binary(std::string("HTTP/1.1\x01 200 \xC3\xA9t\xC3\xA9\r\n\r\n"));
+    EXPECT_TRUE(raisesParserError([&] { p.parseResponse(binary.stream()); }, 8, kMsgVersion, kValidateResponse,
+                                  "HTTP/1.1? 200 ??t??"));
+}
+
+TEST(ParserResponse, StreamEndingAnywhereInTheHeadGivesCode6) {
+    struct Case {
+        const char* data;
+        const char* function;
+    } cases[] = {
+        {"", kParseResponse},
+        {"\r\n\r\n", kParseResponse},
+        {"HTTP/1.1 100 Continue\r\n\r\n", kParseResponse},
+        {"HTTP/1.1 100 Continue\r\nA: b\r\n", kProcessHeaders},
+        {"HTTP/1.1 200 OK", kProcessHeaders},
+        {"HTTP/1.1 200 OK\r\nContent-Length: 4\r\n", kProcessHeaders},
+    };
+    for (const Case& c : cases) {
+        HeadFeed f(c.data);
+        TALVEXHTTPParser p;
+        EXPECT_TRUE(raisesParserError([&] { p.parseResponse(f.stream()); }, 6, kMsgHeadIncomplete, c.function, nullptr))
+            << "data: " << ::testing::PrintToString(std::string(c.data));
+    }
+}
+
+// --------------------------------------------------------------------- headers
+
+TEST(ParserHeaders, ContentLengthReadsLeadingDigitsAndTheLastOneCounts) {
+    struct Case {
+        const char* lines;
+        int expected;
+    } cases[] = {
+        {"Content-Length: 12abc\r\n", 12}, {"Content-Length: abc\r\n", 0},
+        {"Content-Length: +7\r\n", 7},     {"Content-Length: -5\r\n", -5},
+        {"Content-Length: 5\r\nContent-Length: 9\r\n", 9},
+        {"Content-Length: 99999999999999999999\r\n", 2147483647},
+    };
+    for (const Case& c : cases) {
+        HeadFeed f(responseWith(c.lines));
+        TALVEXHTTPParser p;
+        p.parseResponse(f.stream());
+        EXPECT_EQ(c.expected, p.getContentLength()) << c.lines;
+        EXPECT_EQ("BODY", f.remaining());
+    }
+    HeadFeed twice(responseWith("Content-Length: 5\r\nContent-Length: 9\r\n"));
+    TALVEXHTTPParser p;
+    p.parseResponse(twice.stream());
+    EXPECT_EQ(dumpOf(" 9"), header(p, "content-length")) << "the map keeps the later value too";
+}
+
+TEST(ParserHeaders, EmptyValuesOfTheFourFramingHeadersAreRefusedWithTheLine) {
+    struct Case {
+        const char* line;
+        int code;
+        unsigned message;
+        const char* shown;
+    } cases[] = {
+        {"Content-Type:", 11, kMsgContentType, "Content-Type:"},
+        {"content-type:  ; charset=utf-8", 11, kMsgContentType, "content-type:  ; charset=utf-8"},
+        {"Content-ID: \t", 13, kMsgContentId, "Content-ID:"},
+        {"Content-Length:", 14, kMsgContentLength, "Content-Length:"},
+        {"Content-Length: ;x=1", 14, kMsgContentLength, "Content-Length: ;x=1"},
+        {"TRANSFER-ENCODING:", 15, kMsgTransferEncoding, "TRANSFER-ENCODING:"},
+    };
+    for (const Case& c : cases) {
+        HeadFeed f(responseWith(std::string(c.line) + "\r\n"));
+        TALVEXHTTPParser p;
+        EXPECT_TRUE(raisesParserError([&] { p.parseResponse(f.stream()); }, c.code, c.message, kProcessHeader, c.shown))
+            << c.line;
+    }
+}
+
+TEST(ParserHeaders, ErrorsKeepWhatWasStoredBefore) {
+    HeadFeed f(responseWith("Content-Length: 5\r\nX-Before: 1\r\nContent-Type: multipart/related\r\nX-After: 2\r\n"));
+    TALVEXHTTPParser p;
+    EXPECT_TRUE(raisesParserError([&] { p.parseResponse(f.stream()); }, 12, kMsgBoundary, kProcessHeader,
+                                  "Content-Type: multipart/related"));
+    EXPECT_EQ(5, p.getContentLength());
+    EXPECT_EQ(dumpOf(" 1"), header(p, "x-before"));
+    EXPECT_EQ("multipart/related", p.getContentType());
+    EXPECT_EQ(0, p.isMultipart());
+    EXPECT_EQ("(absent)", header(p, "content-type")) << "the refused header itself is not stored";
+    EXPECT_EQ("(absent)", header(p, "x-after"));
+}
+
+TEST(ParserHeaders, MultipartInMixedCaseKeepsTypeAndBoundaryAsReceived) {
+    const char* value = " Multipart/Related; type=\"text/xml\"; BOUNDARY=\"MiXeD=_Bound ary\"";
+    HeadFeed f(responseWith(std::string("Content-Type:") + value + "\r\n"));
+    TALVEXHTTPParser p;
+    p.parseResponse(f.stream());
+    EXPECT_EQ(1, p.isMultipart());
+    EXPECT_EQ("Multipart/Related", p.getContentType());
+    EXPECT_EQ("MiXeD=_Bound ary", p.getBoundary());
+    EXPECT_EQ(dumpOf(value), header(p, "content-type"));
+}
+
+TEST(ParserHeaders, BoundaryOf70BytesIsAcceptedAnd71AreRefused) {
+    const std::string b70(70, 'b');
+    HeadFeed ok(responseWith("Content-Type: multipart/mixed; boundary=" + b70 + "\r\n"));
+    TALVEXHTTPParser p;
+    p.parseResponse(ok.stream());
+    EXPECT_EQ(1, p.isMultipart());
+    EXPECT_EQ(b70, p.getBoundary());
+
+    const std::string line71 = "Content-Type: multipart/mixed; boundary=\"" + b70 + "c\"";
+    HeadFeed tooLong(responseWith(line71 + "\r\n"));
+    TALVEXHTTPParser q;
+    EXPECT_TRUE(raisesParserError([&] { q.parseResponse(tooLong.stream()); }, 12, kMsgBoundary, kProcessHeader,
+                                  line71.c_str()));
+    EXPECT_EQ(0, q.isMultipart());
+    EXPECT_EQ("", q.getBoundary());
+}
+
+TEST(ParserHeaders, MultipartWithoutOrWithEmptyBoundaryIsRefused) {
+    for (const char* line : {"Content-Type: multipart/related; type=text/xml", "Content-Type: multipart/x; boundary=\"\"",
+                             "Content-Type: MULTIPART/x; boundary"}) {
+        HeadFeed f(responseWith(std::string(line) + "\r\n"));
+        TALVEXHTTPParser p;
+        EXPECT_TRUE(raisesParserError([&] { p.parseResponse(f.stream()); }, 12, kMsgBoundary, kProcessHeader, line))
+            << line;
+    }
+}
+
+TEST(ParserHeaders, ContentTypeThatIsNotMultipartLeavesFlagAndBoundaryAlone) {
+    HeadFeed f(responseWith(
+        "Content-Type: multipart/related; boundary=abc\r\nContent-Type: text/xml; boundary=zzz\r\n"
+        "Content-Type: multipart; boundary=yyy\r\n"));
+    TALVEXHTTPParser p;
+    p.parseResponse(f.stream());
+    EXPECT_EQ(1, p.isMultipart());
+    EXPECT_EQ("abc", p.getBoundary());
+    EXPECT_EQ("multipart", p.getContentType()) << "\"multipart\" without the slash is not a multipart type";
+}
+
+TEST(ParserHeaders, ChunkedInAnyCaseSetsTheFlagAndALaterOtherEncodingClearsIt) {
+    HeadFeed upper(responseWith("Transfer-Encoding: CHUNKED\r\n"));
+    TALVEXHTTPParser p;
+    p.parseResponse(upper.stream());
+    EXPECT_EQ(1, p.isChunked());
+
+    HeadFeed cleared(responseWith("Transfer-Encoding: chunked\r\nTransfer-Encoding: gzip\r\n"));
+    p.parseResponse(cleared.stream());
+    EXPECT_EQ(0, p.isChunked());
+
+    HeadFeed listed(responseWith("Transfer-Encoding: gzip, chunked\r\n"));
+    p.parseResponse(listed.stream());
+    EXPECT_EQ(0, p.isChunked()) << "only a value of exactly \"chunked\" counts";
+}
+
+TEST(ParserHeaders, ContentIdIsKeptAsReceived) {
+    HeadFeed f(responseWith("Content-ID: <Env@Host>\r\n"));
+    TALVEXHTTPParser p;
+    p.parseResponse(f.stream());
+    EXPECT_EQ("<Env@Host>", p.getContentId());
+}
+
+TEST(ParserHeaders, NamesAreTrimmedAndLowerCasedAndLookupIsExact) {
+    HeadFeed f(responseWith("X-Mixed-CASE \t:  some value \r\nHost: a:80\r\n"));
+    TALVEXHTTPParser p;
+    p.parseResponse(f.stream());
+    EXPECT_EQ(dumpOf("  some value"), header(p, "x-mixed-case"));
+    EXPECT_EQ("(absent)", header(p, "X-Mixed-CASE"));
+    EXPECT_EQ("(absent)", header(p, "x-mixed-case "));
+    EXPECT_EQ(dumpOf(" a:80"), header(p, "host")) << "the name ends at the first colon";
+}
+
+TEST(ParserHeaders, LinesWithoutColonAreIgnoredAndContinuationsAreNotJoined) {
+    HeadFeed f(responseWith("NoColonHere\r\nX-A: one\r\n  two\r\n\tfolded: three\r\nX-B: four\r\n"));
+    TALVEXHTTPParser p;
+    p.parseResponse(f.stream());
+    EXPECT_EQ(dumpOf(" one"), header(p, "x-a"));
+    EXPECT_EQ(dumpOf(" three"), header(p, "folded")) << "a folded line with a colon stands by itself";
+    EXPECT_EQ(dumpOf(" four"), header(p, "x-b"));
+    EXPECT_EQ("(absent)", header(p, "nocolonhere"));
+    EXPECT_EQ("BODY", f.remaining());
+}
+
+TEST(ParserHeaders, VeryLongLinesAndVeryManyHeadersFit) {
+    const std::string longValue(300000, 'v');
+    const std::string longUri = "/" + std::string(100000, 'u');
+    std::string data = "POST " + longUri + " HTTP/1.1\r\nX-Long: " + longValue + "\r\n";
+    for (int i = 0; i < 20000; ++i) data += "X-H" + std::to_string(i) + ": " + std::to_string(i * 7) + "\r\n";
+    data += "\r\nBODY";
+    HeadFeed f(data);
+    TALVEXHTTPParser p;
+    p.parseRequest(f.stream());
+    EXPECT_EQ(longUri, header(p, "talvex-uri"));
+    EXPECT_EQ(longValue, header(p, "x-long"));
+    EXPECT_EQ("0", header(p, "x-h0"));
+    EXPECT_EQ(std::to_string(19999 * 7), header(p, "x-h19999"));
+    EXPECT_EQ("BODY", f.remaining());
+
+    const std::string refused = "POST " + longUri + " HTTP/9.9";
+    HeadFeed bad(refused + "\r\n\r\n");
+    EXPECT_TRUE(raisesParserError([&] { p.parseRequest(bad.stream()); }, 8, kMsgVersion, kValidateRequest,
+                                  refused.c_str()))
+        << "the added text is the whole line, however long";
+}
+
+// ---------------------------------------------------- reuse and part headers
+
+TEST(ParserParts, EachPartStartsFromNothing) {
+    HeadFeed f(
+        "Content-Type: multipart/related; boundary=inner\r\nContent-ID: <env>\r\nContent-Length: 10\r\n"
+        "Transfer-Encoding: chunked\r\nContent-Transfer-Encoding: 8bit\r\n\r\n"
+        "Content-Description: attachment\r\n\r\nDATA");
+    TALVEXHTTPParser p;
+    p.parsePartHeaders(f.stream());
+    EXPECT_EQ(1, p.isMultipart());
+    EXPECT_EQ("<env>", p.getContentId());
+    EXPECT_EQ(dumpOf(" 8bit"), header(p, "content-transfer-encoding"));
+
+    p.parsePartHeaders(f.stream());
+    EXPECT_EQ("(absent)", header(p, "content-transfer-encoding"));
+    EXPECT_EQ("(absent)", header(p, "content-type"));
+    EXPECT_EQ(dumpOf(" attachment"), header(p, "content-description"));
+    EXPECT_EQ("", p.getContentId());
+    EXPECT_EQ("", p.getContentType());
+    EXPECT_EQ("", p.getBoundary());
+    EXPECT_EQ(0, p.isMultipart());
+    EXPECT_EQ(0, p.getContentLength());
+    EXPECT_EQ(0, p.isChunked());
+    EXPECT_EQ("DATA", f.remaining());
+}
+
+TEST(ParserParts, PartHeadersForgetAnEarlierStartLineAndAnEmptyBlockGivesNothing) {
+    HeadFeed f("HTTP/1.1 200 OK\r\nX-A: 1\r\n\r\n\r\nrest");
+    TALVEXHTTPParser p;
+    p.parseResponse(f.stream());
+    p.parsePartHeaders(f.stream());
+    EXPECT_EQ("(absent)", header(p, "talvex-status-code"));
+    EXPECT_EQ("(absent)", header(p, "x-a"));
+    EXPECT_EQ("rest", f.remaining());
+}
+
+TEST(ParserParts, PartHeaderBlockCutOffOnABufferedStreamGivesCode6) {
+    HeadFeed f("Content-ID: <a>\r\n");
+    TALVEXHTTPParser p;
+    EXPECT_TRUE(raisesParserError([&] { p.parsePartHeaders(f.stream()); }, 6, kMsgHeadIncomplete, kProcessHeaders,
+                                  nullptr));
+    EXPECT_EQ("<a>", p.getContentId());
+}
+
+TEST(ParserParts, APartEndingBeforeItsEmptyLineEndsTheBlockWithoutError) {
+    // The multipart stream reports the end of a part with 0, not with the end-of-data mark.
+    PartStream part("Content-ID: <a>\r\nX-Last: unterminated");
+    TALVEXHTTPParser p;
+    p.parsePartHeaders(&part);
+    EXPECT_EQ("<a>", p.getContentId());
+    EXPECT_EQ(dumpOf(" unterminated"), header(p, "x-last"));
+    EXPECT_EQ(-1, part.read());
+}
+
+TEST(ParserReuse, AMessageHeadResetsTheNumbersButKeepsTheTexts) {
+    HeadFeed f(
+        "Content-ID: <x>\r\nContent-Length: 3\r\nTransfer-Encoding: chunked\r\n"
+        "Content-Type: multipart/a; boundary=b\r\n\r\nHTTP/1.1 200 OK\r\n\r\n");
+    TALVEXHTTPParser p;
+    p.parsePartHeaders(f.stream());
+    p.parseResponse(f.stream());
+    EXPECT_EQ(0, p.getContentLength());
+    EXPECT_EQ(0, p.isChunked());
+    EXPECT_EQ(0, p.isMultipart());
+    EXPECT_EQ("<x>", p.getContentId());
+    EXPECT_EQ("b", p.getBoundary());
+    EXPECT_EQ(dumpOf(" <x>"), header(p, "content-id"));
+}
+
+TEST(ParserConstruction, StartsEmpty) {
+    TALVEXHTTPParser p;
+    EXPECT_EQ(0, p.isMultipart());
+    EXPECT_EQ(0, p.isChunked());
+    EXPECT_EQ(0, p.getContentLength());
+    EXPECT_EQ("", p.getContentId());
+    EXPECT_EQ("", p.getContentType());
+    EXPECT_EQ("", p.getBoundary());
+    EXPECT_EQ(nullptr, p.getHeader("talvex-http-version"));
+    EXPECT_EQ(nullptr, p.getHeader(nullptr));
+}
+
+// ---------------------------------------------------------------- makePrintable
+
+TEST(MakePrintable, BytesOutsideSpaceToTildeBecomeQuestionMarks) {
+    EXPECT_EQ("? ~?a??", makePrintable("\x1f ~\x7f" "a\x80\xff"));
+    EXPECT_EQ("", makePrintable(""));
+    EXPECT_TRUE(raisesAssertion([] { makePrintable(nullptr); }, "MOX_ASSERT(NULL != pString);"));
+}
