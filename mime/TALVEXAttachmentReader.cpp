@@ -1,0 +1,5 @@
+#include "talvex/TALVEXAttachmentReader.h"
+
+TALVEXAttachmentReader::TALVEXAttachmentReader() {}
+
+TALVEXAttachmentReader::~TALVEXAttachmentReader() {}

@@ -1,0 +1,178 @@
+#include "mime/TALVEXMessageReaderImp.h"
+
+#include "frame/TALVEXRaise.h"
+#include "mime/TALVEXAttachmentReaderImp.h"
+#include "mime/TALVEXMPInputStream.h"
+#include "moxcore/MOXByteBuffer.h"
+#include "moxcore/MOXThrow.h"
+#include "moxidom/MOXIDOM_DOMException.h"
+#include "moxidom/MOXIDOM_Document.h"
+#include "moxidom/MOXIDOM_Helper.h"
+#include "moxidom/MOXIDOM_Parser.h"
+#include "pnxstreams/PNXBlockInputStream.h"
+#include "pnxstreams/PNXBufferedInputStream.h"
+#include "pnxstreams/PNXChunkedInputStream.h"
+
+static const char MOX_UNIT[] = "TALVEXMessageReaderImp";
+
+TALVEXMessageReaderImp::TALVEXMessageReaderImp(int request, PNXInputStream* in)
+    : TALVEXMessageReader(request),
+      m_more_parts(0),
+      m_original_is(in),
+      m_buffered(nullptr),
+      m_chunked(nullptr),
+      m_block(nullptr),
+      m_attachment(nullptr),
+      m_multipart(nullptr),
+      m_body(nullptr) {}
+
+TALVEXMessageReaderImp::~TALVEXMessageReaderImp() {
+    MOXByteBuffer scratch(64, 64);
+    if (m_attachment != nullptr) {
+        // Skip the parts the caller left; the first failure ends the loop.
+        try {
+            while (hasMoreAttachments()) closeAttachment(openNextAttachment());
+        } catch (...) {
+        }
+        try {
+            delete m_attachment;
+        } catch (...) {
+        }
+        m_attachment = nullptr;
+    }
+    try {
+        if (m_multipart != nullptr) m_multipart->unWrap();
+        if (m_chunked != nullptr) {
+            while (m_chunked->read(scratch, 64) != PNX_EOF) scratch.reset();
+            if (m_buffered != nullptr) {
+                // The trailer, up to its empty line.
+                do {
+                    scratch.reset();
+                    m_buffered->readline(scratch);
+                } while (scratch.trim() != 0);
+            }
+        }
+        if (m_block != nullptr) {
+            while (m_block->read(scratch, 64) != PNX_EOF) scratch.reset();
+        }
+    } catch (...) {
+    }
+    try {
+        delete m_multipart;
+    } catch (...) {
+    }
+    try {
+        delete m_chunked;
+    } catch (...) {
+    }
+    try {
+        delete m_block;
+    } catch (...) {
+    }
+    try {
+        delete m_buffered;
+    } catch (...) {
+    }
+    m_multipart = nullptr;
+    m_chunked = nullptr;
+    m_block = nullptr;
+    m_buffered = nullptr;
+    m_body = nullptr;
+    m_original_is = nullptr;
+}
+
+PNXInputStream& TALVEXMessageReaderImp::openEnvelope() {
+    MOX_ASSERT(NULL != m_original_is);
+    if (m_buffered != nullptr)
+        MOX_THROW(MOXIllegalStateError, "TALVEXMessageReaderImp::openEnvelope - the envelope was already opened");
+
+    m_buffered = MOX_NEW(PNXBufferedInputStream, *m_original_is, 1024);
+    if (isRequest)
+        m_parser.parseRequest(m_buffered);
+    else
+        m_parser.parseResponse(m_buffered);
+
+    if (m_parser.isChunked()) {
+        m_chunked = MOX_NEW(PNXChunkedInputStream, *m_buffered);
+        m_body = m_chunked;
+    } else if (m_parser.getContentLength() != 0) {
+        m_block = MOX_NEW(PNXBlockInputStream, *m_buffered);
+        m_block->setBlockLength(m_parser.getContentLength());
+        m_body = m_block;
+    } else {
+        m_body = m_buffered;  // to the end of the connection
+    }
+
+    if (m_parser.isMultipart()) {
+        // A body that opens with "--" and the boundary then matches the
+        // delimiter pattern, which starts with CR LF.
+        m_body->unread("\r\n", 2);
+        m_multipart = MOX_NEW(TALVEXMPInputStream, m_body, m_parser.getBoundary());
+        m_attachment = MOX_NEW(TALVEXAttachmentReaderImp, m_multipart);
+        openNextAttachment();
+        m_body = &m_attachment->getInputStream();
+    }
+    return *m_body;
+}
+
+void TALVEXMessageReaderImp::getEnvelope(MOXIDOM_Node& node) {
+    PNXInputStream& s = openEnvelope();
+    MOXIDOM_Document document;
+    MOXIDOM_Parser parser(0);
+    if (parser.parse(s, document) == 0) {
+        TALVEXException e(MOX_SEVERITY_ERROR, TALVEXException::ErrEnvelopeParse);
+        e << (TALVEXMessage(0xF2AB0DAF) << MOXMessageParm(parser.getCurrentLineNumber(), MOX_PARM_DECIMAL)
+                                        << MOXMessageParm(parser.getCurrentColumnNumber(), MOX_PARM_DECIMAL)
+                                        << MOXMessageParm(parser.getErrorCode(), MOX_PARM_DECIMAL))
+          << MOXMessageString(I18NString(parser.errorString()));
+        e.hurl(MOX_HERE, "TALVEXMessageReaderImp::getEnvelope", "MOX_THROW");
+    }
+    try {
+        MOXIDOM_Node child = document.getFirstChild();
+        if (child == NULL)
+            TALVEX_RAISE_AT(__LINE__, "TALVEXMessageReaderImp::getEnvelope", ErrEnvelopeEmpty, TALVEXMessage(0xF2AC10DF));
+        MOXIDOM_Helper::appendChild(node, child);
+    } catch (MOXIDOM_DOMException& e) {
+        TALVEX_RAISE_AT(__LINE__, "TALVEXMessageReaderImp::getEnvelope", ErrEnvelopeDom,
+                        TALVEXMessage(0xF2A3D9EB) << MOXMessageParm(e.getCode(), MOX_PARM_DECIMAL));
+    }
+    closeEnvelope(s);
+}
+
+void TALVEXMessageReaderImp::resetStreamSettings() {
+    if (m_original_is->getCancel()) m_original_is->setCancel(0);
+    if (m_original_is->getTimeout()) m_original_is->setTimeout(0);
+}
+
+void TALVEXMessageReaderImp::closeEnvelope(PNXInputStream&) {
+    if (m_multipart != nullptr && m_attachment != nullptr) {
+        closeAttachment(*m_attachment);
+        return;
+    }
+    resetStreamSettings();
+}
+
+int TALVEXMessageReaderImp::isMultipart() { return m_parser.isMultipart(); }
+
+int TALVEXMessageReaderImp::hasMoreAttachments() {
+    return (isMultipart() && m_attachment != nullptr && m_multipart != nullptr && m_more_parts == 1) ? 1 : 0;
+}
+
+TALVEXAttachmentReader& TALVEXMessageReaderImp::openNextAttachment() {
+    if (m_multipart == nullptr || m_attachment == nullptr)
+        MOX_THROW(MOXIllegalStateError, "not processing multipart HTTP message");
+    if (m_multipart->hasNextPart())
+        m_multipart->nextPart();
+    else
+        TALVEX_RAISE_AT(__LINE__, "TALVEXMessageReaderImp::openNextAttachment", ErrNoMoreAttachments,
+                        TALVEXMessage(0xF2A5DBAD));
+    m_attachment->readHeaders();
+    return *m_attachment;
+}
+
+void TALVEXMessageReaderImp::closeAttachment(TALVEXAttachmentReader&) {
+    resetStreamSettings();
+    if (m_multipart != nullptr) m_more_parts = m_multipart->hasNextPart();
+}
+
+const char* TALVEXMessageReaderImp::getHeader(const char* name) { return m_parser.getHeader(name); }

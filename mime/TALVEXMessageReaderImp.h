@@ -1,0 +1,50 @@
+#ifndef TALVEX_MIME_TALVEXMESSAGEREADERIMP_H
+#define TALVEX_MIME_TALVEXMESSAGEREADERIMP_H
+
+#include "http/TALVEXHTTPParser.h"
+#include "talvex/TALVEXMessageReader.h"
+
+class PNXBlockInputStream;
+class PNXBufferedInputStream;
+class PNXChunkedInputStream;
+class TALVEXAttachmentReaderImp;
+class TALVEXMPInputStream;
+
+// Reads one message from an input stream: the head through the HTTP parser, the
+// body as chunked, length-delimited or running to the end of the connection,
+// a multipart body part by part. Its destructor reads the rest of a chunked or
+// length-delimited message, so that the connection can carry the next one.
+class TALVEXMessageReaderImp : public TALVEXMessageReader {
+public:
+    TALVEXMessageReaderImp(int isRequest, PNXInputStream* in);
+    ~TALVEXMessageReaderImp() override;
+
+    void getEnvelope(MOXIDOM_Node& node) override;
+    // Called once per reader; a second call is refused.
+    PNXInputStream& openEnvelope() override;
+    void closeEnvelope(PNXInputStream& stream) override;
+    int isMultipart() override;
+    int hasMoreAttachments() override;
+    TALVEXAttachmentReader& openNextAttachment() override;
+    void closeAttachment(TALVEXAttachmentReader& attachment) override;
+    const char* getHeader(const char* name) override;
+
+private:
+    TALVEXMessageReaderImp(const TALVEXMessageReaderImp&) = delete;
+    TALVEXMessageReaderImp& operator=(const TALVEXMessageReaderImp&) = delete;
+
+    // Clears a cancel mode and a time limit the caller set on the connection's stream.
+    void resetStreamSettings();
+
+    int m_more_parts;
+    TALVEXHTTPParser m_parser;
+    PNXInputStream* m_original_is;
+    PNXBufferedInputStream* m_buffered;
+    PNXChunkedInputStream* m_chunked;
+    PNXBlockInputStream* m_block;
+    TALVEXAttachmentReaderImp* m_attachment;
+    TALVEXMPInputStream* m_multipart;
+    PNXInputStream* m_body;
+};
+
+#endif
