@@ -32,6 +32,12 @@ TEST(ThrowConvention, AssertionCarriesItsConditionText) {
     EXPECT_EQ("MOX_THROW", e.getBackTrace()[0].kind);
 }
 
+TEST(ThrowConvention, AssertionTextKeepsMacrosAsWritten) {
+    const char* p = nullptr;
+    auto e = catchAs<MOXAssertError>([&] { MOX_ASSERT(NULL != p); });
+    EXPECT_STREQ("MOX_ASSERT(NULL != p);", e.getText());
+}
+
 TEST(ThrowConvention, CoreErrorNamesTheOperationInItsFunctionText) {
     auto e = catchAs<MOXIllegalStateError>(
         [] { MOX_THROW_AT(159, MOXIllegalStateError, "X::getResponse - no request was sent"); });

@@ -24,12 +24,17 @@
 #define MOX_THROW_AT(line, ErrorClass, function) ::moxThrow<ErrorClass>(MOX_AT(line), (function))
 #define MOX_THROW(ErrorClass, function) MOX_THROW_AT(__LINE__, ErrorClass, function)
 
-// Always-active assertion; the error's text is "MOX_ASSERT(" condition ");".
-#define MOX_ASSERT_AT(line, condition)                                                 \
-    do {                                                                               \
+// Always-active assertion; the error's text is "MOX_ASSERT(" condition ");",
+// the condition as written (each macro turns it into text itself, before any
+// macro in it, such as NULL, is expanded).
+#define MOX_ASSERT_AT(line, condition)                                                    \
+    do {                                                                                  \
         if (!(condition)) ::moxAssertFailed(MOX_AT(line), "MOX_ASSERT(" #condition ");"); \
     } while (0)
-#define MOX_ASSERT(condition) MOX_ASSERT_AT(__LINE__, condition)
+#define MOX_ASSERT(condition)                                                                 \
+    do {                                                                                      \
+        if (!(condition)) ::moxAssertFailed(MOX_AT(__LINE__), "MOX_ASSERT(" #condition ");"); \
+    } while (0)
 
 // The allocation convention: a null result or std::bad_alloc becomes
 // MOXOutOfMemoryError, a core throwable gets a "MOX_RETHROW" entry, any other
