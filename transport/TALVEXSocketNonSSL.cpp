@@ -252,6 +252,17 @@ void TALVEXSocketNonSSL::close() {
     }
 }
 
+void TALVEXSocketNonSSL::adopt(SOCKET accepted) {
+    close();
+    m_handle = accepted;
+    m_eof = 0;
+    m_connected = 1;
+    if (m_non_blocking) {
+        unsigned long on = 1;
+        ioctlsocket(m_handle, FIONBIO, &on);
+    }
+}
+
 void TALVEXSocketNonSSL::echo(const char* sfilename) { echo(sfilename, nullptr); }
 
 void TALVEXSocketNonSSL::echo(const char* sfilename, const char* mode) {

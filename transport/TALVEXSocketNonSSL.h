@@ -47,6 +47,10 @@ public:
 
     const I18NString& getLastErrorText() const { return m_last_error_text; }
 
+    // Server side: takes over a connection accepted elsewhere (closing any
+    // current one), so a message reader and writer can serve it.
+    void adopt(SOCKET accepted);
+
 private:
     void trace(const char* header, int count, const char* data, int dataLength);
 

@@ -3,8 +3,8 @@
 
 #include "talvex/TALVEXExport.h"
 
-class TALVEXSocket;
-class TALVEXSession;
+#include "talvex/TALVEXSession.h"
+#include "talvex/TALVEXSocket.h"
 
 // Starts the toolkit for this process: the socket layer, then the core
 // library. Returns 0 on success; a socket-layer start-up failure code is
@@ -31,6 +31,19 @@ public:
     // time-outs and cancellation of the secure socket need.
     int getUseNonBlockingSockets();
     void setUseNonBlockingSockets(int nonBlocking);
+
+    // A new, unconnected socket of the kind the settings select.
+    TALVEXSocket* getSocket();
+    // A session connected to host:port, sending its requests to uriPath.
+    // secureConfig: the TLS configuration document (root element
+    // sessionConfigDocument); only secure sockets read it, again at every
+    // reconnect, so keep the text alive for the session's life. A time limit
+    // of 0 or less does not limit connecting. A host that does not resolve
+    // raises error 33.
+    TALVEXSession* getSession(const char* host, int port, const char* uriPath, const char* secureConfig,
+                              int timeLimitSec);
+    // A session connected to the endpoint URL ("https://host:port/path").
+    TALVEXSession* getSession(const char* url, const char* secureConfig, int timeLimitSec);
 
 private:
     int m_use_ssl;

@@ -1,0 +1,206 @@
+#include "session/TALVEXSessionImp.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "http/TALVEXMessageWriterImp.h"
+#include "mime/TALVEXMessageReaderImp.h"
+#include "moxcore/MOXThreadGuard.h"
+#include "moxcore/MOXThrow.h"
+#include "talvex/TALVEXSocketInputStream.h"
+
+static const char MOX_UNIT[] = "TALVEXSessionImp";
+
+namespace {
+// Searched in this order; compared exactly.
+const char* const kPropertyNames[] = {"boundary", "chunk-size", "send-content-length"};
+}  // namespace
+
+TALVEXSessionImp::TALVEXSessionImp(TALVEXSocket* socket, const char* uriPath)
+    : m_session_sock(socket),
+      m_uri_path(uriPath != nullptr ? uriPath : ""),
+      m_request_sent(0),
+      m_current_writer(nullptr),
+      m_current_reader(nullptr),
+      m_lock(0) {}
+
+TALVEXSessionImp::~TALVEXSessionImp() {
+    try {
+        closeSessionNow();
+    } catch (...) {
+    }
+    m_session_sock = nullptr;
+    m_current_writer = nullptr;
+    m_current_reader = nullptr;
+}
+
+TALVEXSocket* TALVEXSessionImp::getSessionSocket() { return m_session_sock; }
+
+void TALVEXSessionImp::setProperty(const std::string& name, int value) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%d", value);
+    setProperty(name, std::string(text));
+}
+
+void TALVEXSessionImp::setProperty(const std::string& name, const std::string& value) {
+    MOXThreadGuard guard(m_lock);
+    bool known = false;
+    for (const char* candidate : kPropertyNames) {
+        if (name == candidate) {
+            known = true;
+            break;
+        }
+    }
+    if (!known) MOX_THROW_AT(109, MOXIllegalArgumentError, "TALVEXSessionImp::setProperty");
+    m_properties[name] = value;
+}
+
+bool TALVEXSessionImp::lookupProperty(const char* name, std::string& value) {
+    MOXThreadGuard guard(m_lock);
+    auto it = m_properties.find(name);
+    if (it == m_properties.end()) return false;
+    value = it->second;
+    return true;
+}
+
+void TALVEXSessionImp::echo(const char* sfilename) {
+    if (m_session_sock != nullptr) m_session_sock->echo(sfilename);
+}
+
+void TALVEXSessionImp::echo(const char* sfilename, const char* mode) {
+    if (m_session_sock != nullptr) m_session_sock->echo(sfilename, mode);
+}
+
+TALVEXMessageWriter& TALVEXSessionImp::openRequest(int hasAttachments) {
+    MOX_ASSERT_AT(170, m_current_writer == NULL);
+    try {
+        int chunked = 1;
+        int chunkSize = 0;
+        std::string value;
+        if (lookupProperty("send-content-length", value) && std::atoi(value.c_str()) != 0)
+            chunked = 0;
+        else if (lookupProperty("chunk-size", value))
+            chunkSize = std::atoi(value.c_str());
+        std::string boundary;
+        const bool hasBoundary = lookupProperty("boundary", boundary);
+
+        m_current_writer = MOX_NEW_AT(194, TALVEXMessageWriterImp, m_uri_path.c_str(), 1, hasAttachments,
+                                      m_session_sock, chunked, chunkSize, hasBoundary ? boundary.c_str() : nullptr);
+        m_current_writer->setHeaders(m_headers);
+    }
+    MOX_RETHROW_AT(199, "TALVEXSessionImp::openRequest")
+    m_request_sent = 1;
+    return *m_current_writer;
+}
+
+void TALVEXSessionImp::closeRequest(TALVEXMessageWriter& w) {
+    MOX_ASSERT_AT(208, m_current_writer == &w);
+    try {
+        m_current_writer->close();
+    } catch (...) {
+        delete m_current_writer;
+        m_current_writer = nullptr;
+        throw;
+    }
+    delete m_current_writer;
+    m_current_writer = nullptr;
+}
+
+TALVEXMessageReader& TALVEXSessionImp::openResponse() {
+    MOX_ASSERT_AT(224, m_session_sock);
+    if (m_request_sent == 0)
+        MOX_THROW_AT(229, MOXIllegalStateError, "TALVEXSessionImp::openResponse - no request was sent");
+    m_request_sent = 0;
+    MOX_ASSERT_AT(233, m_current_reader == NULL);
+    try {
+        m_current_reader = MOX_NEW_AT(238, TALVEXMessageReaderImp, 0, m_session_sock->getInputStream());
+    }
+    MOX_RETHROW_AT(241, "TALVEXSessionImp::openResponse")
+    return *m_current_reader;
+}
+
+void TALVEXSessionImp::closeResponse(TALVEXMessageReader& r) {
+    MOX_ASSERT_AT(249, m_current_reader == &r);
+    TALVEXMessageReader* reader = m_current_reader;
+    m_current_reader = nullptr;
+    delete reader;  // reads what is left of the response
+}
+
+void TALVEXSessionImp::sendRequest(MOXIDOM_Element& request) {
+    TALVEXMessageWriter& w = openRequest(0);
+    w.writeEnvelope(request);
+    closeRequest(w);
+}
+
+void TALVEXSessionImp::getResponse(MOXIDOM_Node& response) {
+    if (m_request_sent == 0)
+        MOX_THROW_AT(159, MOXIllegalStateError, "TALVEXSessionImp::getResponse - no request was sent");
+    TALVEXMessageReader& r = openResponse();
+    r.getEnvelope(response);
+    closeResponse(r);
+}
+
+void TALVEXSessionImp::doRequest(MOXIDOM_Element& request, MOXIDOM_Node& response) {
+    sendRequest(request);
+    getResponse(response);
+}
+
+void TALVEXSessionImp::closeSession() { closeSessionNow(); }
+
+// The connection goes first: a reader being deleted drains what is left of its
+// response, which on a silent peer would never end; on a closed connection it
+// ends at once. Nothing is lost, since the connection is being dropped anyway.
+void TALVEXSessionImp::closeSessionNow() {
+    if (m_session_sock != nullptr && (m_current_writer != nullptr || m_current_reader != nullptr)) {
+        try {
+            m_session_sock->close();
+        } catch (...) {
+        }
+    }
+    try {
+        delete m_current_writer;
+    } catch (...) {
+    }
+    m_current_writer = nullptr;
+    try {
+        delete m_current_reader;
+    } catch (...) {
+    }
+    m_current_reader = nullptr;
+    try {
+        delete m_session_sock;
+    } catch (...) {
+    }
+    m_session_sock = nullptr;
+}
+
+void TALVEXSessionImp::reconnect(int timeLimitSec) {
+    if (m_session_sock != nullptr && (m_current_writer != nullptr || m_current_reader != nullptr)) {
+        try {
+            m_session_sock->close();  // see closeSessionNow
+        } catch (...) {
+        }
+    }
+    try {
+        delete m_current_writer;
+    } catch (...) {
+    }
+    m_current_writer = nullptr;
+    try {
+        delete m_current_reader;
+    } catch (...) {
+    }
+    m_current_reader = nullptr;
+    MOX_ASSERT_AT(84, m_session_sock != NULL);
+    try {
+        m_session_sock->close();
+    } catch (...) {
+    }
+    m_session_sock->open(timeLimitSec);
+}
+
+void TALVEXSessionImp::setHeader(const std::string& name, const std::string& value) { m_headers[name] = value; }
+
+void TALVEXSessionImp::removeHeader(const std::string& name) { m_headers.erase(name); }
+
+void TALVEXSessionImp::clearHeaders() { m_headers.clear(); }

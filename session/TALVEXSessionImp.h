@@ -1,0 +1,56 @@
+#ifndef TALVEX_SESSION_TALVEXSESSIONIMP_H
+#define TALVEX_SESSION_TALVEXSESSIONIMP_H
+
+#include <map>
+#include <string>
+
+#include "moxcore/MOXThreadCriticalSection.h"
+#include "talvex/TALVEXSession.h"
+
+// The session: owns its connected socket, the writer of the request and the
+// reader of the response now open, its properties (locked) and extra headers.
+class TALVEXSessionImp : public TALVEXSession {
+public:
+    // Takes ownership of the connected socket; copies the request path.
+    TALVEXSessionImp(TALVEXSocket* socket, const char* uriPath);
+    ~TALVEXSessionImp() override;
+
+    TALVEXSocket* getSessionSocket() override;
+    void setProperty(const std::string& name, int value) override;
+    void setProperty(const std::string& name, const std::string& value) override;
+    void echo(const char* sfilename) override;
+    void echo(const char* sfilename, const char* mode) override;
+    void doRequest(MOXIDOM_Element& request, MOXIDOM_Node& response) override;
+    void sendRequest(MOXIDOM_Element& request) override;
+    void getResponse(MOXIDOM_Node& response) override;
+    TALVEXMessageWriter& openRequest(int hasAttachments) override;
+    void closeRequest(TALVEXMessageWriter& w) override;
+    TALVEXMessageReader& openResponse() override;
+    void closeResponse(TALVEXMessageReader& r) override;
+    void closeSession() override;
+    void reconnect(int timeLimitSec) override;
+    void setHeader(const std::string& name, const std::string& value) override;
+    void removeHeader(const std::string& name) override;
+    void clearHeaders() override;
+
+    const std::string& getUriPath() const { return m_uri_path; }
+
+private:
+    TALVEXSessionImp(const TALVEXSessionImp&) = delete;
+    TALVEXSessionImp& operator=(const TALVEXSessionImp&) = delete;
+
+    // The property's value, or false when it is not set.
+    bool lookupProperty(const char* name, std::string& value);
+    void closeSessionNow();
+
+    TALVEXSocket* m_session_sock;
+    std::string m_uri_path;
+    int m_request_sent;
+    TALVEXMessageWriter* m_current_writer;
+    TALVEXMessageReader* m_current_reader;
+    std::map<std::string, std::string> m_properties;
+    std::map<std::string, std::string> m_headers;
+    MOXThreadCriticalSection m_lock;
+};
+
+#endif
