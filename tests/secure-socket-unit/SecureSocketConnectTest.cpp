@@ -1,0 +1,419 @@
+// The secure socket's connection against a stand-in security library that
+// answers as each case needs and records what it was asked.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "FakeCrypto.h"
+#include "SecureSocketTestSupport.h"
+#include "moxcore/MOXByteBuffer.h"
+#include "moxcore/I18NString.h"
+#include "transport/TALVEXCryptoError.h"
+#include "transport/TALVEXSocketSSL.h"
+
+using namespace securetest;
+
+namespace {
+const char kConfig[] = "<sessionConfigDocument><caFile>/etc/ca.pem</caFile></sessionConfigDocument>";
+const char kUrl[] = "https://service.test:8443/soap/endpoint";
+
+std::string addressTextOf(const TALVEXSocket& s) {
+    MOXByteBuffer text(64, 64);
+    s.getIPAddress(text);
+    return text.str();
+}
+
+class SecureSocketConnect : public ::testing::Test {
+protected:
+    FakeCrypto fake;
+};
+}  // namespace
+
+TEST_F(SecureSocketConnect, IPv4TargetGainsTheProtocolFamilyBeforeTheClosingTag) {
+    TALVEXSocketSSL s(0);
+    s.open(443, ipv4(), kConfig, 0);
+    EXPECT_EQ(
+        "<sessionConfigDocument><caFile>/etc/ca.pem</caFile>"
+        "<protocolFamily>IPv4</protocolFamily></sessionConfigDocument>",
+        fake.lastConfig());
+}
+
+TEST_F(SecureSocketConnect, IPv6TargetGainsIPv6) {
+    TALVEXSocketSSL s(0);
+    s.open(443, ipv6(), kConfig, 0);
+    EXPECT_EQ(
+        "<sessionConfigDocument><caFile>/etc/ca.pem</caFile>"
+        "<protocolFamily>IPv6</protocolFamily></sessionConfigDocument>",
+        fake.lastConfig());
+}
+
+TEST_F(SecureSocketConnect, UrlTargetTakesTheFamilyTheLibraryResolved) {
+    fake.setUriFamily(AF_INET6);
+    TALVEXSocketSSL s(0);
+    s.open(kUrl, kConfig, 0);
+    EXPECT_NE(std::string::npos, fake.lastConfig().find("<protocolFamily>IPv6</protocolFamily>"));
+}
+
+TEST_F(SecureSocketConnect, OnlyTheFirstClosingTagIsReplaced) {
+    const char twice[] = "<sessionConfigDocument></sessionConfigDocument></sessionConfigDocument>";
+    TALVEXSocketSSL s(0);
+    s.open(443, ipv4(), twice, 0);
+    EXPECT_EQ(
+        "<sessionConfigDocument><protocolFamily>IPv4</protocolFamily></sessionConfigDocument>"
+        "</sessionConfigDocument>",
+        fake.lastConfig());
+}
+
+TEST_F(SecureSocketConnect, DocumentWithoutClosingTagIsOutOfRangeAndNoSocketIsMade) {
+    TALVEXSocketSSL s(0);
+    EXPECT_THROW(s.open(443, ipv4(), "<sessionConfigDocument/>", 0), std::out_of_range);
+    try {
+        s.open(443, ipv4(), "<other></other>", 0);
+    } catch (const std::out_of_range& e) {
+        EXPECT_STREQ("invalid string position", e.what());
+    }
+    EXPECT_EQ(0, fake.count("VLT_Socket"));
+}
+
+TEST_F(SecureSocketConnect, MissingDocumentStandsForAnEmptyOne) {
+    TALVEXSocketSSL s(0);
+    s.open(443, ipv4(), nullptr, 0);
+    EXPECT_EQ("<sessionConfigDocument><protocolFamily>IPv4</protocolFamily></sessionConfigDocument>",
+              fake.lastConfig());
+}
+
+TEST_F(SecureSocketConnect, ConnectsByUrlThroughTheLibrary) {
+    TALVEXSocketSSL s(0);
+    s.open(kUrl, kConfig, 0);
+    EXPECT_EQ(std::string("VLT_ResolveAddressFromURI ") + kUrl + "\nVLT_Socket\nVLT_Connect_Url 7 " + kUrl + "\n",
+              fake.log());
+    EXPECT_EQ(kUrl, fake.lastUrl());
+    EXPECT_EQ("service.test:8443", s.getAuthority());
+}
+
+TEST_F(SecureSocketConnect, ConnectsByAddressWithThePortInTheTarget) {
+    TALVEXSocketSSL s(0);
+    s.prepare(8443, ipv4(1));
+    s.open(0);
+    EXPECT_EQ("VLT_Socket\nVLT_Connect 7 128\n", fake.log());
+    sockaddr_storage target;
+    fake.lastTarget(&target);
+    EXPECT_EQ(AF_INET, target.ss_family);
+    EXPECT_EQ(htons(8443), reinterpret_cast<sockaddr_in*>(&target)->sin_port);
+    EXPECT_EQ(htonl(INADDR_LOOPBACK), reinterpret_cast<sockaddr_in*>(&target)->sin_addr.s_addr);
+}
+
+TEST_F(SecureSocketConnect, OpenByUrlOnAConnectedSocketChangesNothing) {
+    const char other[] = "<sessionConfigDocument><caFile>other</caFile></sessionConfigDocument>";
+    TALVEXSocketSSL s(0);
+    s.open(kUrl, kConfig, 0);
+    std::string before = fake.log();
+    s.open("https://elsewhere.test:1/x", other, 0);
+    s.open(1, ipv6(), other, 0);
+    EXPECT_EQ(before, fake.log()) << "no library call";
+    EXPECT_EQ("service.test:8443", s.getAuthority());
+
+    // Reopening uses what the first open stored: URL and document.
+    s.close();
+    s.open(5);
+    EXPECT_EQ(kUrl, fake.lastUrl());
+    EXPECT_NE(std::string::npos, fake.lastConfig().find("/etc/ca.pem"));
+}
+
+TEST_F(SecureSocketConnect, AfterOpenByUrlTheStoredAddressIsNoAddress) {
+    TALVEXSocketSSL s(0);
+    s.open(kUrl, kConfig, 0);
+    EXPECT_EQ("255.255.255.255", addressTextOf(s));
+    EXPECT_EQ(0, s.getPort());
+}
+
+TEST_F(SecureSocketConnect, PrepareWithNoAddressStoresTheLocalMarkerWhichCannotBeOpened) {
+    TALVEXSocketSSL s(0);
+    s.prepare(443, noAddress());
+    EXPECT_EQ(0xFFFE, s.getIPAddress().ss_family);
+    std::string function = "unset";
+    EXPECT_EQ("MOX_ASSERT(FALSE);", coreErrorText<MOXAssertError>([&] { s.open(0); }, &function));
+    EXPECT_EQ("", function);
+    EXPECT_EQ(0, fake.count("VLT_Socket"));
+}
+
+TEST_F(SecureSocketConnect, PrepareByUrlKeepsTheUrlAndClearsTheAddress) {
+    TALVEXSocketSSL s(0);
+    s.prepare(443, ipv4());
+    s.prepare("https://user@host.test:99/path?q=1");
+    EXPECT_EQ("255.255.255.255", addressTextOf(s));
+    EXPECT_EQ(0, s.getPort());
+    EXPECT_EQ("host.test:99", s.getAuthority()) << "user information is not part of the Host header";
+    s.prepare(443, ipv4());
+    EXPECT_EQ("127.0.0.1:443", s.getAuthority()) << "an address names itself";
+}
+
+TEST_F(SecureSocketConnect, PortAndTimeLimitOpenIsNotImplemented) {
+    TALVEXSocketSSL s(0);
+    TALVEXException e = toolkitError([&] { s.open(443, 0); });
+    EXPECT_EQ(0, e.getCode());
+    EXPECT_EQ("TALVEXSocket::Open(1)", functionText(e));
+}
+
+TEST_F(SecureSocketConnect, SecurePendingThenEstablishedConnectsAgainWithoutAPause) {
+    fake.pushResult("VLT_Connect", -15);
+    TALVEXSocketSSL s(0);
+    auto t = Clock::now();
+    s.open(443, ipv4(), kConfig, 0);
+    EXPECT_LT(secondsSince(t), 1.0);
+    EXPECT_EQ("VLT_Socket\nVLT_Connect 7 128\nVLT_EstablishSecure 7\nVLT_Connect 7 128\n", fake.log());
+}
+
+TEST_F(SecureSocketConnect, WouldBlockRepeatsEstablishSecureWithinTheBudget) {
+    fake.pushResult("VLT_Connect", -15);
+    for (int i = 0; i < 4; ++i) fake.pushResult("VLT_EstablishSecure", -23);
+    TALVEXSocketSSL s(0);
+    auto t = Clock::now();
+    s.open(443, ipv4(), kConfig, 0);
+    EXPECT_LT(secondsSince(t), 1.0);
+    EXPECT_EQ(5, fake.count("VLT_EstablishSecure"));
+    EXPECT_EQ(2, fake.count("VLT_Connect"));
+}
+
+TEST_F(SecureSocketConnect, ExhaustedBudgetCostsAnAttemptAndAPause) {
+    fake.pushResult("VLT_Connect", -15);
+    for (int i = 0; i < 6; ++i) fake.pushResult("VLT_EstablishSecure", -23);
+    TALVEXSocketSSL s(0);
+    auto t = Clock::now();
+    s.open(443, ipv4(), kConfig, 0);
+    double took = secondsSince(t);
+    EXPECT_GE(took, 1.9) << "one pause of two seconds";
+    EXPECT_LT(took, 3.5);
+    EXPECT_EQ(6, fake.count("VLT_EstablishSecure")) << "the first call and five more";
+    EXPECT_EQ(2, fake.count("VLT_Connect"));
+}
+
+TEST_F(SecureSocketConnect, RefusedFailsAtOnceWithCode5) {
+    fake.pushResult("VLT_Connect", -13);
+    TALVEXSocketSSL s(0);
+    auto t = Clock::now();
+    TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, 0); });
+    EXPECT_LT(secondsSince(t), 1.0);
+    EXPECT_EQ(5, e.getCode());
+    EXPECT_EQ(0xF2A16A58u, catalogMessage(e).getNumber());
+    EXPECT_EQ("VLT_Connect=0xfffffff3 details of handle 7", detail(e));
+    EXPECT_EQ("TALVEXSocketSSL::open()", functionText(e));
+    EXPECT_EQ("TALVEXSocketSSL", e.getBackTrace().at(0).unit);
+    EXPECT_EQ(1, fake.count("VLT_Connect"));
+    EXPECT_EQ(1, fake.detailAllocs());
+    EXPECT_EQ(1, fake.detailFrees()) << "the library's text is given back";
+}
+
+TEST_F(SecureSocketConnect, RefusedByUrlIsReportedAsVltConnectToo) {
+    fake.pushResult("VLT_Connect_Url", -13);
+    TALVEXSocketSSL s(0);
+    TALVEXException e = toolkitError([&] { s.open(kUrl, kConfig, 0); });
+    EXPECT_EQ(5, e.getCode());
+    EXPECT_EQ("VLT_Connect=0xfffffff3 details of handle 7", detail(e));
+}
+
+TEST_F(SecureSocketConnect, TimeLimitIsCheckedAfterEveryAttempt) {
+    for (int i = 0; i < 5; ++i) fake.pushResult("VLT_Connect", -2);
+    TALVEXSocketSSL s(0);
+    auto t = Clock::now();
+    TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, 1); });
+    double took = secondsSince(t);
+    EXPECT_GE(took, 1.9);
+    EXPECT_LT(took, 3.5);
+    EXPECT_EQ(5, e.getCode());
+    EXPECT_EQ("VLT_Connect=0xfffffffe details of handle 7", detail(e));
+    EXPECT_EQ(2, fake.count("VLT_Connect")) << "the pause after the first attempt used up the limit";
+}
+
+TEST_F(SecureSocketConnect, FiveFailedAttemptsWithFourPauses) {
+    for (int i = 0; i < 5; ++i) fake.pushResult("VLT_Connect", -60);
+    TALVEXSocketSSL s(0);
+    auto t = Clock::now();
+    TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, 0); });
+    double took = secondsSince(t);
+    EXPECT_GE(took, 7.9);
+    EXPECT_LT(took, 10.0);
+    EXPECT_EQ(5, fake.count("VLT_Connect"));
+    EXPECT_EQ("VLT_Connect=0xffffffc4 details of handle 7", detail(e));
+}
+
+TEST_F(SecureSocketConnect, SocketRefusedByUrlIsCode31) {
+    fake.pushResult("VLT_Socket", -5);
+    TALVEXSocketSSL s(0);
+    TALVEXException e = toolkitError([&] { s.open(kUrl, kConfig, 0); });
+    EXPECT_EQ(31, e.getCode());
+    const MOXMessage& m = catalogMessage(e);
+    EXPECT_EQ(0xF2AF1B68u, m.getNumber());
+    ASSERT_EQ(2u, m.getParameters().size());
+    EXPECT_EQ(kUrl, m.getParameters()[0].getText().str());
+    EXPECT_EQ(-5, m.getParameters()[1].getNumber());
+    EXPECT_EQ("socket refused by the fake", detail(e));
+    EXPECT_EQ("VLT_Socket=0xfffffffb TALVEXSocketSSL::open()", functionText(e));
+    EXPECT_EQ(0, fake.count("VLT_Connect_Url"));
+    EXPECT_EQ(1, fake.detailAllocs());
+    EXPECT_EQ(1, fake.detailFrees());
+}
+
+TEST_F(SecureSocketConnect, SocketRefusedByAddressIsCode1) {
+    fake.pushResult("VLT_Socket", -5);
+    TALVEXSocketSSL s(0);
+    TALVEXException e = toolkitError([&] { s.open(8443, ipv4(), kConfig, 0); });
+    EXPECT_EQ(1, e.getCode());
+    const MOXMessage& m = catalogMessage(e);
+    EXPECT_EQ(0xF2A4DB68u, m.getNumber());
+    ASSERT_EQ(3u, m.getParameters().size());
+    EXPECT_EQ("127.0.0.1", m.getParameters()[0].getText().str());
+    EXPECT_EQ(8443, m.getParameters()[1].getNumber());
+    EXPECT_EQ(-5, m.getParameters()[2].getNumber());
+    EXPECT_EQ("socket refused by the fake", detail(e));
+    EXPECT_EQ("VLT_Socket=0xfffffffb TALVEXSocketSSL::open()", functionText(e));
+}
+
+TEST_F(SecureSocketConnect, UnresolvedUrlIsCode1WithTheUrl) {
+    fake.setUriFamily(0xFFFF);
+    TALVEXSocketSSL s(0);
+    TALVEXException e = toolkitError([&] { s.open(kUrl, kConfig, 0); });
+    EXPECT_EQ(1, e.getCode());
+    const MOXMessage& m = catalogMessage(e);
+    EXPECT_EQ(0xF2A4DB68u, m.getNumber());
+    ASSERT_EQ(2u, m.getParameters().size());
+    EXPECT_EQ(kUrl, m.getParameters()[0].getText().str());
+    EXPECT_EQ(0, m.getParameters()[1].getNumber());
+    EXPECT_EQ("TALVEXSocketSSL::open()", functionText(e));
+    EXPECT_EQ(0, fake.count("VLT_Socket"));
+}
+
+TEST_F(SecureSocketConnect, NoAddressTargetIsCode1WithTheAddressText) {
+    TALVEXSocketSSL s(0);
+    TALVEXException e = toolkitError([&] { s.open(443, noAddress(), kConfig, 0); });
+    EXPECT_EQ(1, e.getCode());
+    const MOXMessage& m = catalogMessage(e);
+    ASSERT_EQ(2u, m.getParameters().size());
+    EXPECT_EQ("unprintable", m.getParameters()[0].getText().str());
+    EXPECT_EQ(443, m.getParameters()[1].getNumber());
+}
+
+TEST_F(SecureSocketConnect, LeftoverHandleIsClosedBeforeTheNextOpen) {
+    fake.pushResult("VLT_Connect", -13);
+    TALVEXSocketSSL s(0);
+    toolkitError([&] { s.open(443, ipv4(), kConfig, 0); });
+    s.open(443, ipv4(), kConfig, 0);
+    EXPECT_EQ(
+        "VLT_Socket\nVLT_Connect 7 128\nVLT_CryptoGetLastErrorDetails 7\n"
+        "VLT_CloseHandle 7\nVLT_Socket\nVLT_Connect 8 128\n",
+        fake.log());
+}
+
+TEST_F(SecureSocketConnect, CloseReleasesTheHandleAndReportsAFailure) {
+    TALVEXSocketSSL s(0);
+    s.open(443, ipv4(), kConfig, 0);
+    s.close();
+    EXPECT_EQ(1, fake.count("VLT_CloseHandle"));
+    s.close();
+    EXPECT_EQ(1, fake.count("VLT_CloseHandle")) << "no handle, no call";
+
+    s.open(443, ipv4(), kConfig, 0);
+    fake.pushResult("VLT_CloseHandle", -4);
+    TALVEXException e = toolkitError([&] { s.close(); });
+    EXPECT_EQ(5, e.getCode());
+    EXPECT_EQ("close refused by the fake", detail(e));
+    EXPECT_EQ("TALVEXSocketSSL::Close", functionText(e));
+    EXPECT_EQ(fake.detailAllocs(), fake.detailFrees());
+    s.close();
+    EXPECT_EQ(2, fake.count("VLT_CloseHandle")) << "the handle is gone even after a failure";
+}
+
+TEST_F(SecureSocketConnect, CryptoErrorTextIsCallNameStatusAndDetails) {
+    TALVEXSocketSSL s(0);
+    {
+        TALVEXCryptoError error(&s, 7, "VLT_Send", 23);
+        I18NString text;
+        EXPECT_EQ("VLT_Send=0x17 details of handle 7", error.toString(text).str());
+    }
+    {
+        TALVEXCryptoError error(&s, 9, "", 23);
+        I18NString text("old");
+        EXPECT_EQ("details of handle 9", error.toString(text).str());
+    }
+    {
+        TALVEXCryptoError error(&s, 9, nullptr, 0xfffffff3u);
+        I18NString text;
+        EXPECT_EQ("details of handle 9", error.toString(text).str());
+    }
+    EXPECT_EQ(3, fake.detailAllocs());
+    EXPECT_EQ(3, fake.detailFrees());
+}
+
+TEST_F(SecureSocketConnect, TraceFileIsNamedAfterTheProcessInTheLogsFolder) {
+    char pattern[] = "/tmp/talvex-ssl-trace-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(pattern));
+    const std::string root = pattern;
+    ASSERT_EQ(0, mkdir((root + "/work").c_str(), 0700));
+    ASSERT_EQ(0, mkdir((root + "/logs").c_str(), 0700));
+    char cwd[4096];
+    ASSERT_NE(nullptr, getcwd(cwd, sizeof cwd));
+    ASSERT_EQ(0, chdir((root + "/work").c_str()));
+
+    fake.pushRecv(0, "hello", 5);
+    fake.pushSend(0, 2);
+    {
+        TALVEXSocketSSL s(0);
+        s.echo("trace.txt");
+        s.open(443, ipv4(), kConfig, 0);
+        char buf[16];
+        int n = 0;
+        EXPECT_EQ(1, s.ReadBuffer(buf, sizeof buf, &n));
+        EXPECT_EQ(5, n);
+        EXPECT_EQ(0, s.ReadBuffer(buf, sizeof buf, &n)) << "end of the data";
+        s.WriteBuffer("abc", 3, &n);
+        EXPECT_EQ(3, n);
+    }
+    ASSERT_EQ(0, chdir(cwd));
+
+    const std::string file = root + "/logs/" + std::to_string(getpid()) + "_trace.txt";
+    std::ifstream in(file, std::ios::binary);
+    ASSERT_TRUE(in.good()) << file;
+    std::stringstream text;
+    text << in.rdbuf();
+    EXPECT_EQ("\n<read[0005]>\nhello\n<write[2]>\nab\n<write[1]>\nc", text.str());
+    std::remove(file.c_str());
+    rmdir((root + "/logs").c_str());
+    rmdir((root + "/work").c_str());
+    rmdir(root.c_str());
+}
+
+TEST_F(SecureSocketConnect, NonBlockingConnectSetsUpBufferChunkAndMode) {
+    TALVEXSocketSSL s(1);
+    s.open(443, ipv4(), kConfig, 0);
+    EXPECT_EQ(
+        "VLT_Socket\nVLT_Connect 7 128\nVLT_GetSockOpt 0x1002 4\nVLT_GetSockOpt 0x1001 4\n"
+        "VLT_SetSockOpt 0x8004667e 1 4\n",
+        fake.log());
+}
+
+TEST_F(SecureSocketConnect, NonBlockingSetupFailuresAreAssertions) {
+    {
+        fake.pushResult("VLT_GetSockOpt", -3);
+        TALVEXSocketSSL s(1);
+        EXPECT_EQ("MOX_ASSERT(vlt_stat == VLT_S_OK);",
+                  coreErrorText<MOXAssertError>([&] { s.open(443, ipv4(), kConfig, 0); }));
+    }
+    {
+        fake.setOption(0x1001, 0);
+        TALVEXSocketSSL s(1);
+        EXPECT_EQ("MOX_ASSERT(sendBufSz > 0);", coreErrorText<MOXAssertError>([&] { s.open(443, ipv4(), kConfig, 0); }));
+    }
+    {
+        fake.setOption(0x1001, 4096);
+        fake.pushResult("VLT_SetSockOpt", -3);
+        TALVEXSocketSSL s(1);
+        EXPECT_EQ("MOX_ASSERT(vlt_stat == VLT_S_OK);",
+                  coreErrorText<MOXAssertError>([&] { s.open(443, ipv4(), kConfig, 0); }));
+    }
+}
