@@ -1,0 +1,20 @@
+#ifndef MOXIDOM_MOXIDOM_STREAMINPUTSOURCE_H
+#define MOXIDOM_MOXIDOM_STREAMINPUTSOURCE_H
+
+#include <xercesc/sax/InputSource.hpp>
+
+class PNXInputStream;
+
+// A Xerces input source over a PNXInputStream that the caller keeps open for
+// the parse. The stream is not owned.
+class MOXIDOM_StreamInputSource : public XERCES_CPP_NAMESPACE::InputSource {
+public:
+    explicit MOXIDOM_StreamInputSource(PNXInputStream& in);
+
+    XERCES_CPP_NAMESPACE::BinInputStream* makeStream() const override;
+
+private:
+    PNXInputStream& m_in;
+};
+
+#endif
