@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev
   libxerces-c-dev
   libssl-dev openssl
-  python3
+  python3 python3-spyne nginx-light
 )
 
 missing=()
