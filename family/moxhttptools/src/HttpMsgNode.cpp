@@ -1,0 +1,153 @@
+#include "moxhttptools/HttpMsgNode.h"
+
+#include <cctype>
+
+#include "moxcore/MOXThrow.h"
+
+static const char MOX_UNIT[] = "HttpMsgNode";
+
+namespace {
+
+const char kVersion[] = "HTTP/1.1";
+
+// CR, LF and NUL would end or cut the line; a blank keeps the line whole.
+std::string lineSafe(const char* text) {
+    std::string out = text != nullptr ? text : "";
+    for (char& c : out) {
+        if (c == '\r' || c == '\n' || c == '\0') c = ' ';
+    }
+    return out;
+}
+
+std::string requestTarget(const char* uri) {
+    static const char hex[] = "0123456789ABCDEF";
+    if (uri == nullptr || *uri == '\0') return "/";
+    std::string out;
+    for (const char* p = uri; *p != '\0'; ++p) {
+        unsigned char c = static_cast<unsigned char>(*p);
+        if (c <= 0x20 || c >= 0x7F) {
+            out += '%';
+            out += hex[c >> 4];
+            out += hex[c & 0x0F];
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
+// The authority of an absolute-form target ("scheme://[userinfo@]host[:port]/..."),
+// without the userinfo; "" when the target has none.
+std::string authorityOf(const std::string& target) {
+    std::string::size_type colon = target.find("://");
+    if (colon == std::string::npos || colon == 0 || !std::isalpha(static_cast<unsigned char>(target[0]))) return "";
+    for (std::string::size_type i = 1; i < colon; ++i) {
+        unsigned char c = static_cast<unsigned char>(target[i]);
+        if (!std::isalnum(c) && c != '+' && c != '-' && c != '.') return "";
+    }
+    std::string::size_type begin = colon + 3;
+    std::string::size_type end = target.find_first_of("/?#", begin);
+    std::string authority = target.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
+    std::string::size_type at = authority.rfind('@');
+    if (at != std::string::npos) authority.erase(0, at + 1);
+    return authority;
+}
+
+void appendLine(std::string& out, const std::string& name, const std::string& value) {
+    out += name;
+    out += ':';
+    if (!value.empty()) {
+        out += ' ';
+        out += value;
+    }
+    out += "\r\n";
+}
+
+}  // namespace
+
+HttpMsgNode::HttpMsgNode(bool isPart)
+    : m_is_part(isPart),
+      m_head_written(false),
+      m_is_request(false),
+      m_has_start_line(false),
+      m_has_authority(false) {}
+
+HttpMsgNode::~HttpMsgNode() {}
+
+bool HttpMsgNode::equalsIgnoreCase(const std::string& a, const char* b) {
+    std::string::size_type i = 0;
+    for (; i < a.size() && b[i] != '\0'; ++i) {
+        if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) {
+            return false;
+        }
+    }
+    return i == a.size() && b[i] == '\0';
+}
+
+void HttpMsgNode::checkOpen(const char* function) const {
+    if (m_head_written) MOX_THROW(MOXIllegalStateError, function);
+}
+
+void HttpMsgNode::checkMessage(const char* function) const {
+    if (m_is_part) MOX_THROW(MOXIllegalStateError, function);
+}
+
+void HttpMsgNode::startRequest(const char* uri, int /*reserved*/) {
+    checkMessage("HttpMsgNode::startRequest - a MIME part has no start line");
+    checkOpen("HttpMsgNode::startRequest - the head was already written");
+    m_uri = requestTarget(uri);
+    m_start_line = "POST " + m_uri + " " + kVersion;
+    m_is_request = true;
+    m_has_start_line = true;
+}
+
+void HttpMsgNode::startResponse(int status, const char* reason) {
+    checkMessage("HttpMsgNode::startResponse - a MIME part has no start line");
+    checkOpen("HttpMsgNode::startResponse - the head was already written");
+    if (status < 100 || status > 999) {
+        MOX_THROW(MOXIllegalArgumentError, "HttpMsgNode::startResponse - status must have three digits");
+    }
+    // The blank after the status stays even without a reason: the grammar wants it.
+    m_start_line = std::string(kVersion) + " " + std::to_string(status) + " " + lineSafe(reason);
+    m_is_request = false;
+    m_has_start_line = true;
+}
+
+void HttpMsgNode::setHeader(const char* name, const char* value) {
+    checkOpen("HttpMsgNode::setHeader - the head was already written");
+    if (name == nullptr || *name == '\0') {
+        MOX_THROW(MOXIllegalArgumentError, "HttpMsgNode::setHeader - the header name is empty");
+    }
+    m_headers.emplace_back(lineSafe(name), lineSafe(value));
+}
+
+void HttpMsgNode::setAuthority(const char* authority) {
+    checkOpen("HttpMsgNode::setAuthority - the head was already written");
+    m_has_authority = authority != nullptr && *authority != '\0';
+    m_authority = lineSafe(authority);
+}
+
+bool HttpMsgNode::isOwnHeader(const std::string& /*name*/) const { return false; }
+
+std::string HttpMsgNode::hostValue() const { return m_has_authority ? m_authority : authorityOf(m_uri); }
+
+void HttpMsgNode::composeHead(std::string& out) {
+    if (!m_is_part) {
+        if (!m_has_start_line) {
+            MOX_THROW(MOXIllegalStateError, "HttpMsgNode::composeHead - no start line was given");
+        }
+        out += m_start_line;
+        out += "\r\n";
+        if (m_is_request) {
+            bool callerHost = false;
+            for (const auto& header : m_headers) {
+                if (equalsIgnoreCase(header.first, "Host")) callerHost = true;
+            }
+            if (!callerHost) appendLine(out, "Host", hostValue());
+        }
+    }
+    for (const auto& header : m_headers) {
+        if (!isOwnHeader(header.first)) appendLine(out, header.first, header.second);
+    }
+    m_head_written = true;
+}
