@@ -1,0 +1,268 @@
+#!/usr/bin/env bash
+# talvex-call against talvex-echo-server on loopback, one case per run:
+#   call_test.sh CASE TALVEX-CALL TALVEX-ECHO-SERVER
+set -u
+CASE=$1
+CALL=$2
+SERVER=$3
+HERE=$(cd "$(dirname "$0")" && pwd)
+. "$HERE/lib.sh"
+write_envelope
+
+case_plain() {
+    start_server plain
+    local url="http://127.0.0.1:$PORT/soap"
+    run_call 0 --action urn:echo "$url" "$ENVELOPE"
+    # Indented, one element per line, text kept and escaped.
+    expect_in "$OUT" '<soapenv:Envelope xmlns:soapenv="http://schemas.xmlsoap.org/soap/envelope/">'
+    expect_in "$OUT" '  <soapenv:Body>'
+    expect_in "$OUT" '      <t:text>fish &amp; chips</t:text>'
+    expect_in "$OUT" '</soapenv:Envelope>'
+    [ "$(wc -l <"$OUT")" -eq 8 ] || fail "expected 8 lines of indented output"
+
+    # The envelope from standard input, with - and without a file argument.
+    "$CALL" "$url" - <"$ENVELOPE" >"$SCRATCH/stdin1.txt" || fail "reading the envelope from - failed"
+    "$CALL" "$url" <"$ENVELOPE" >"$SCRATCH/stdin2.txt" || fail "reading the envelope from standard input failed"
+    cmp -s "$OUT" "$SCRATCH/stdin1.txt" && cmp -s "$OUT" "$SCRATCH/stdin2.txt" || fail "standard input gave other output"
+
+    # -v: what was sent and what came back, on standard error only.
+    run_call 0 -v --action urn:echo -H 'X-Trace-Id: 42' "$url" "$ENVELOPE"
+    expect_in "$ERR" '> POST /soap HTTP/1.1'
+    expect_in "$ERR" "> Host: 127.0.0.1:$PORT"
+    expect_in "$ERR" '> SOAPAction: "urn:echo"'
+    expect_in "$ERR" '> X-Trace-Id: 42'
+    expect_in "$ERR" '< HTTP/1.1 200 OK'
+    expect_in "$ERR" '< transfer-encoding: chunked'
+    grep -q '^[<>*] ' "$OUT" && fail "-v wrote to standard output"
+
+    # --repeat: every request on the one connection.
+    run_call 0 --repeat 3 -q "$url" "$ENVELOPE"
+    [ -s "$OUT" ] && fail "-q printed on standard output"
+    expect_in "$ERR" 'request 3/3:'
+    expect_in "$ERR" '3 requests on one connection'
+    local peers
+    peers=$(grep -c 'POST /soap' "$SCRATCH/server-plain.log")
+    [ "$peers" -eq 7 ] || fail "expected 7 requests at the server, saw $peers"
+    [ "$(grep 'POST /soap' "$SCRATCH/server-plain.log" | tail -3 | cut -d' ' -f2 | sort -u | wc -l)" -eq 1 ] ||
+        fail "--repeat used more than one connection"
+
+    # --trace: the bytes on the wire.
+    run_call 0 --trace "$SCRATCH/trace.txt" "$url" "$ENVELOPE"
+    expect_in "$SCRATCH/trace.txt" 'POST /soap HTTP/1.1'
+    expect_in "$SCRATCH/trace.txt" 'HTTP/1.1 200 OK'
+
+    # A non-blocking plain socket works the same.
+    run_call 0 --non-blocking "$url" "$ENVELOPE"
+    expect_in "$OUT" '<t:count>3</t:count>'
+}
+
+make_attachments() {
+    printf 'first attachment\nwith two lines\n' >"$SCRATCH/notes.txt"
+    head -c 300000 /dev/urandom >"$SCRATCH/blob.bin"
+}
+
+check_saved() {
+    local dir=$1
+    cmp "$SCRATCH/notes.txt" "$dir/notes.txt" || fail "notes.txt came back different"
+    cmp "$SCRATCH/blob.bin" "$dir/blob.bin" || fail "blob.bin came back different"
+}
+
+case_attachments() {
+    start_server attachments
+    make_attachments
+    run_call 0 --attach "$SCRATCH/notes.txt" --attach "$SCRATCH/blob.bin;type=application/x-test;id=<blob@test>" \
+        --save-attachments "$SCRATCH/saved" "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    check_saved "$SCRATCH/saved"
+    expect_in "$ERR" 'saved attachment 1 (text/plain, id notes.txt)'
+    expect_in "$ERR" 'saved attachment 2 (application/x-test, id <blob@test>)'
+    expect_in "$OUT" '<t:count>3</t:count>'
+    expect_in "$SCRATCH/server-attachments.log" '2 attachments -> 200'
+}
+
+case_content_length() {
+    start_server content_length
+    make_attachments
+    local url="http://127.0.0.1:$PORT/soap"
+    run_call 0 --content-length --trace "$SCRATCH/trace.txt" "$url" "$ENVELOPE"
+    expect_in "$SCRATCH/trace.txt" 'Content-Length: '
+    grep -q 'Transfer-Encoding: chunked' <(head -c 400 "$SCRATCH/trace.txt") && fail "--content-length still chunked"
+    run_call 0 --content-length --attach "$SCRATCH/blob.bin" --save-attachments "$SCRATCH/saved" "$url" "$ENVELOPE"
+    cmp "$SCRATCH/blob.bin" "$SCRATCH/saved/blob.bin" || fail "blob.bin came back different"
+    run_call 0 --chunk-size 7 --trace "$SCRATCH/trace7.txt" "$url" "$ENVELOPE"
+    expect_in "$SCRATCH/trace7.txt" $'\r\n7\r\n'
+    expect_in "$OUT" '<t:count>3</t:count>'
+}
+
+case_fault() {
+    start_server fault --fault
+    run_call 5 "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    expect_in "$OUT" 'SOAP Fault'
+    expect_in "$OUT" 'faultcode:   soapenv:Server'
+    expect_in "$OUT" 'faultstring: echo server: fault requested with --fault'
+    expect_in "$ERR" 'HTTP 500'
+}
+
+case_http_status() {
+    # A web server that knows no POST answers with an HTML error page.
+    python3 -u -c '
+import http.server, sys
+class H(http.server.BaseHTTPRequestHandler):
+    def do_POST(self):
+        self.send_error(404, "No SOAP here")
+    def log_message(self, *a):
+        pass
+s = http.server.HTTPServer(("127.0.0.1", 0), H)
+print("listening on %d" % s.server_address[1], flush=True)
+s.serve_forever()
+' >"$SCRATCH/server-http.out" 2>"$SCRATCH/server-http.log" &
+    SERVER_PIDS+=($!)
+    local i
+    for i in $(seq 1 100); do grep -q '^listening' "$SCRATCH/server-http.out" && break; sleep 0.05; done
+    PORT=$(awk '{print $3}' "$SCRATCH/server-http.out")
+    run_call 4 "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" 'HTTP status 404'
+    [ -s "$OUT" ] && fail "an HTTP error printed on standard output"
+}
+
+case_refused() {
+    start_server gone
+    kill "${SERVER_PIDS[0]}"
+    wait "${SERVER_PIDS[0]}" 2>/dev/null
+    SERVER_PIDS=()
+    # Refused connects are retried two seconds apart; the limit ends that early.
+    run_call 3 -v --connect-timeout 1 "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" 'talvex-call: error 5: A socket operation failed. Connection refused'
+    expect_in "$ERR" 'back-trace'
+}
+
+case_unresolved() {
+    run_call 3 --connect-timeout 5 "http://no-such-host.invalid:8080/soap" "$ENVELOPE"
+    expect_in "$ERR" "could not be resolved"
+}
+
+case_timeout() {
+    start_server slow --delay-ms 3000
+    local start
+    start=$(now_ms)
+    run_call 7 --timeout 1 "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    local took=$(($(now_ms) - start))
+    expect_in "$ERR" 'timed out'
+    [ "$took" -lt 2900 ] || fail "the time-out took $took ms"
+}
+
+# Ctrl-C while the response is awaited: a clean cancel, exit 7.
+interrupt_call() {
+    "$CALL" "$@" >"$SCRATCH/out.txt" 2>"$SCRATCH/err.txt" &
+    local pid=$! start
+    start=$(now_ms)
+    sleep 1
+    kill -INT "$pid"
+    local rc=0
+    wait "$pid" || rc=$?
+    local took=$(($(now_ms) - start))
+    [ "$rc" -eq 7 ] || { cat "$SCRATCH/err.txt" >&2; fail "Ctrl-C gave exit $rc, expected 7"; }
+    expect_in "$SCRATCH/err.txt" 'cancelled'
+    [ "$took" -lt 4000 ] || fail "the cancel took $took ms"
+}
+
+case_cancel() {
+    start_server slow --delay-ms 6000
+    interrupt_call "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
+}
+
+case_usage() {
+    run_call 2
+    expect_in "$ERR" 'no URL given'
+    expect_in "$ERR" "Try 'talvex-call --help'"
+    run_call 2 --no-such-option http://127.0.0.1:1/
+    expect_in "$ERR" 'unknown option --no-such-option'
+    run_call 2 --timeout soon http://127.0.0.1:1/
+    run_call 2 --chunk-size 1 http://127.0.0.1:1/
+    run_call 2 ftp://127.0.0.1/ "$ENVELOPE"
+    run_call 2 http://127.0.0.1:1/ "$SCRATCH/missing.xml"
+    expect_in "$ERR" 'missing.xml'
+    printf '<a><b></a>' >"$SCRATCH/bad.xml"
+    run_call 2 http://127.0.0.1:1/ "$SCRATCH/bad.xml"
+    expect_in "$ERR" 'not well-formed'
+    run_call 2 --key k.pem https://127.0.0.1:1/
+    run_call 2 --ca ca.pem http://127.0.0.1:1/ "$ENVELOPE"
+    run_call 2 --plain --tls http://127.0.0.1:1/ "$ENVELOPE"
+    run_call 2 --attach "$SCRATCH/missing.bin" http://127.0.0.1:1/ "$ENVELOPE"
+    run_call 2 http://127.0.0.1:1/ a b
+}
+
+case_help() {
+    run_call 0 --help
+    # Every option the parser knows is explained.
+    local source="$HERE/../../tools/talvex-call/CallOptions.cpp" name count=0
+    for name in $(grep -o '{"[a-z-]*", *[a-z_]*_argument' "$source" | sed 's/{"\([a-z-]*\)".*/\1/'); do
+        expect_in "$OUT" "--$name"
+        count=$((count + 1))
+    done
+    [ "$count" -ge 20 ] || fail "found only $count options in $source"
+    expect_in "$OUT" '-H, --header'
+    expect_in "$OUT" '-v, --verbose'
+    expect_in "$OUT" '-k, --insecure'
+    expect_in "$OUT" 'Exit status: 0 success, 2 usage error, 3 connection or TLS failure, 4 HTTP'
+    expect_in "$OUT" '7 time-out or cancelled'
+}
+
+case_tls() {
+    make_certificates
+    start_server tls --tls --cert "$CERTS/server.pem" --key "$CERTS/server.key"
+    run_call 0 --ca "$CERTS/ca.pem" "https://localhost:$PORT/soap" "$ENVELOPE"
+    expect_in "$OUT" '      <t:text>fish &amp; chips</t:text>'
+    run_call 0 --ca "$CERTS/ca.pem" "https://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    run_call 0 --ca "$CERTS/ca.pem" --server-name localhost --min-tls 1.3 "https://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    run_call 0 --ca "$CERTS/ca.pem" --repeat 2 -q "https://localhost:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" '2 requests on one connection'
+    # --tls over an http:// URL, and the certificate's name checked.
+    run_call 0 --tls --ca "$CERTS/ca.pem" "http://localhost:$PORT/soap" "$ENVELOPE"
+}
+
+case_tls_attachments() {
+    make_certificates
+    start_server tls --tls --cert "$CERTS/server.pem" --key "$CERTS/server.key"
+    make_attachments
+    run_call 0 --ca "$CERTS/ca.pem" --attach "$SCRATCH/notes.txt" --attach "$SCRATCH/blob.bin" \
+        --save-attachments "$SCRATCH/saved" "https://localhost:$PORT/soap" "$ENVELOPE"
+    check_saved "$SCRATCH/saved"
+}
+
+case_tls_refused() {
+    make_certificates
+    start_server tls --tls --cert "$CERTS/server.pem" --key "$CERTS/server.key"
+    run_call 3 --connect-timeout 1 --ca "$CERTS/other-ca.pem" "https://localhost:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" 'talvex-call: error 5: A socket operation failed.'
+    expect_in "$ERR" 'certificate verify failed'
+    expect_in "$ERR" '--ca FILE'
+    grep -q 'back-trace' "$ERR" && fail "a back-trace without -v"
+    # --insecure gets through, loudly.
+    run_call 0 --insecure "https://localhost:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" 'WARNING: --insecure'
+    expect_in "$OUT" '<t:count>3</t:count>'
+    # Plain TCP to a TLS port: no SOAP answer.
+    local rc=0
+    "$CALL" --plain --timeout 2 "http://127.0.0.1:$PORT/soap" "$ENVELOPE" >/dev/null 2>"$ERR" || rc=$?
+    [ "$rc" -ne 0 ] || fail "plain TCP to a TLS server succeeded"
+}
+
+case_tls_timeout() {
+    make_certificates
+    start_server tls --tls --cert "$CERTS/server.pem" --key "$CERTS/server.key" --delay-ms 3000
+    local start
+    start=$(now_ms)
+    run_call 7 --timeout 1 --ca "$CERTS/ca.pem" "https://localhost:$PORT/soap" "$ENVELOPE"
+    local took=$(($(now_ms) - start))
+    expect_in "$ERR" 'timed out'
+    [ "$took" -lt 2900 ] || fail "the time-out took $took ms"
+}
+
+case_tls_cancel() {
+    make_certificates
+    start_server tls --tls --cert "$CERTS/server.pem" --key "$CERTS/server.key" --delay-ms 6000
+    interrupt_call --ca "$CERTS/ca.pem" "https://localhost:$PORT/soap" "$ENVELOPE"
+}
+
+"case_$CASE"
+echo "PASS: $CASE"
