@@ -103,7 +103,7 @@ public:
     int VerifyFileSignature(const char* path, int flags);
 
     // The exact names looked up, in lookup order.
-    static const int ENTRY_POINT_COUNT = 55;
+    static constexpr int ENTRY_POINT_COUNT = 55;
     static const char* entryPointName(int index);
 };
 
