@@ -30,6 +30,12 @@ done
 [ -f "$LIBDIR/cmake/talvex/talvexConfig.cmake" ] || fail "no talvexConfig.cmake"
 [ -f "$LIBDIR/cmake/talvex/talvexConfigVersion.cmake" ] || fail "no talvexConfigVersion.cmake"
 
+# A sanitizer build's libraries need the sanitizer runtime in the program too.
+SAN_FLAGS=""
+if grep -q '^TALVEX_SANITIZE:BOOL=ON' "$BUILD/CMakeCache.txt" 2>/dev/null; then
+    SAN_FLAGS="-fsanitize=address,undefined"
+fi
+
 check_output() {
     local out=$1
     grep -qF 'defaults: secure sockets 1, non-blocking 0' "$out" || { cat "$out" >&2; fail "wrong defaults"; }
@@ -41,7 +47,8 @@ check_output() {
 
 # 1. find_package(talvex); the installed libraries are found through the
 #    RPATH that CMake records, no LD_LIBRARY_PATH.
-cmake -S "$OUTSIDE" -B "$SCRATCH/cmake-build" -G Ninja -DCMAKE_PREFIX_PATH="$PREFIX" >"$SCRATCH/configure.log" 2>&1 ||
+cmake -S "$OUTSIDE" -B "$SCRATCH/cmake-build" -G Ninja -DCMAKE_PREFIX_PATH="$PREFIX" \
+    -DCMAKE_CXX_FLAGS="$SAN_FLAGS" -DCMAKE_EXE_LINKER_FLAGS="$SAN_FLAGS" >"$SCRATCH/configure.log" 2>&1 ||
     { cat "$SCRATCH/configure.log" >&2; fail "configuring against the installed package"; }
 cmake --build "$SCRATCH/cmake-build" >"$SCRATCH/build.log" 2>&1 || { cat "$SCRATCH/build.log" >&2; fail "building against the installed package"; }
 env -u LD_LIBRARY_PATH "$SCRATCH/cmake-build/outside" >"$SCRATCH/cmake-run.txt" 2>&1 ||
@@ -53,7 +60,7 @@ cat "$SCRATCH/cmake-run.txt"
 export PKG_CONFIG_PATH="$LIBDIR/pkgconfig"
 FLAGS=$(pkg-config --cflags --libs talvex) || fail "pkg-config talvex"
 echo "pkg-config --cflags --libs talvex: $FLAGS"
-c++ -std=c++17 -o "$SCRATCH/pc-outside" "$OUTSIDE/main.cpp" $FLAGS 2>"$SCRATCH/pc-build.log" ||
+c++ -std=c++17 $SAN_FLAGS -o "$SCRATCH/pc-outside" "$OUTSIDE/main.cpp" $FLAGS 2>"$SCRATCH/pc-build.log" ||
     { cat "$SCRATCH/pc-build.log" >&2; fail "building with pkg-config's flags"; }
 LD_LIBRARY_PATH="$LIBDIR" "$SCRATCH/pc-outside" >"$SCRATCH/pc-run.txt" 2>&1 ||
     { cat "$SCRATCH/pc-run.txt" >&2; fail "the pkg-config program failed"; }
