@@ -26,8 +26,9 @@ test: build
 test-sanitize:
 	@$(MAKE) --no-print-directory test BUILD=build-sanitize BUILD_TYPE=Debug CMAKE_ARGS="$(CMAKE_ARGS) -DTALVEX_SANITIZE=ON"
 
-demo:
-	@echo "The guided demo is not there yet; run 'make test' to build and test the library."
+demo: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target talvex-call talvex-echo-server example_one_call example_attachments example_cancel_read
+	@scripts/demo.sh $(BUILD)
 
 clean:
 	rm -rf build build-sanitize

@@ -72,9 +72,12 @@ void TALVEXSocketNonSSL::prepare(const char* url) {
     char* slash = std::strchr(host, '/');
     if (slash != nullptr) *slash = '\0';
 
-    // The Host header names the URL's authority as written, without user information.
-    const char* at = std::strrchr(host, '@');
-    m_authority = at != nullptr ? at + 1 : host;
+    // The Host header names the URL's authority as written, without user
+    // information, and without a query or fragment that follows it directly.
+    std::string authority = host;
+    authority = authority.substr(0, authority.find_first_of("?#"));
+    const size_t at = authority.rfind('@');
+    m_authority = at != std::string::npos ? authority.substr(at + 1) : authority;
 
     char* bracket = std::strchr(host, ']');
     char* colon = std::strchr(bracket != nullptr ? bracket : host, ':');
