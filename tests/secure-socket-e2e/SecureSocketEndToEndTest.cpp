@@ -176,7 +176,7 @@ TEST_F(SecureSocketEndToEnd, NonBlockingSilentReadTimesOut) {
     EXPECT_THROW(s.getInputStream()->read(buf, sizeof buf), PNXIOTimeoutException);
     double took = secondsSince(t);
     EXPECT_GE(took, 0.9);
-    EXPECT_LT(took, 4.0);
+    EXPECT_LT(took, 10.0);
     s.close();
 }
 
@@ -199,7 +199,7 @@ TEST_F(SecureSocketEndToEnd, NonBlockingReadIsCancelledFromAnotherThread) {
     canceller.join();
     double took = secondsSince(t);
     EXPECT_GE(took, 0.25);
-    EXPECT_LT(took, 3.0);
+    EXPECT_LT(took, 10.0);
     s.close();
 }
 
@@ -235,7 +235,7 @@ TEST_F(SecureSocketEndToEnd, RefusedConnectionFailsAtOnce) {
         EXPECT_EQ(0u, detail(e).find("VLT_Connect=0xfffffff3 ")) << detail(e);
         EXPECT_GT(detail(e).size(), std::string("VLT_Connect=0xfffffff3 ").size()) << "with the library's details";
     }
-    EXPECT_LT(secondsSince(t), 1.5) << "no retries after a refusal";
+    EXPECT_LT(secondsSince(t), 1.9) << "no pause after a refusal";
 }
 
 TEST_F(SecureSocketEndToEnd, UntrustedServerFailsWithTheLibrarysDetails) {
@@ -252,7 +252,7 @@ TEST_F(SecureSocketEndToEnd, UntrustedServerFailsWithTheLibrarysDetails) {
         EXPECT_EQ(5, e.getCode());
         EXPECT_EQ(0u, detail(e).find("VLT_Connect=0x")) << detail(e);
     }
-    EXPECT_LT(secondsSince(t), 4.0) << "the time limit ends the attempts";
+    EXPECT_LT(secondsSince(t), 3.9) << "the time limit ends the attempts after one pause";
 }
 
 TEST_F(SecureSocketEndToEnd, BrokenDocumentIsRefusedByTheLibrary) {

@@ -166,7 +166,7 @@ TEST_F(SecureSocketConnect, SecurePendingThenEstablishedConnectsAgainWithoutAPau
     TALVEXSocketSSL s(0);
     auto t = Clock::now();
     s.open(443, ipv4(), kConfig, 0);
-    EXPECT_LT(secondsSince(t), 1.0);
+    EXPECT_LT(secondsSince(t), 1.5) << "a pause lasts two seconds";
     EXPECT_EQ("VLT_Socket\nVLT_Connect 7 128\nVLT_EstablishSecure 7\nVLT_Connect 7 128\n", fake.log());
 }
 
@@ -176,7 +176,7 @@ TEST_F(SecureSocketConnect, WouldBlockRepeatsEstablishSecureWithinTheBudget) {
     TALVEXSocketSSL s(0);
     auto t = Clock::now();
     s.open(443, ipv4(), kConfig, 0);
-    EXPECT_LT(secondsSince(t), 1.0);
+    EXPECT_LT(secondsSince(t), 1.5) << "a pause lasts two seconds";
     EXPECT_EQ(5, fake.count("VLT_EstablishSecure"));
     EXPECT_EQ(2, fake.count("VLT_Connect"));
 }
@@ -189,7 +189,6 @@ TEST_F(SecureSocketConnect, ExhaustedBudgetCostsAnAttemptAndAPause) {
     s.open(443, ipv4(), kConfig, 0);
     double took = secondsSince(t);
     EXPECT_GE(took, 1.9) << "one pause of two seconds";
-    EXPECT_LT(took, 3.5);
     EXPECT_EQ(6, fake.count("VLT_EstablishSecure")) << "the first call and five more";
     EXPECT_EQ(2, fake.count("VLT_Connect"));
 }
@@ -199,7 +198,7 @@ TEST_F(SecureSocketConnect, RefusedFailsAtOnceWithCode5) {
     TALVEXSocketSSL s(0);
     auto t = Clock::now();
     TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, 0); });
-    EXPECT_LT(secondsSince(t), 1.0);
+    EXPECT_LT(secondsSince(t), 1.5) << "no pause";
     EXPECT_EQ(5, e.getCode());
     EXPECT_EQ(0xF2A16A58u, catalogMessage(e).getNumber());
     EXPECT_EQ("VLT_Connect=0xfffffff3 details of handle 7", detail(e));
@@ -225,7 +224,6 @@ TEST_F(SecureSocketConnect, TimeLimitIsCheckedAfterEveryAttempt) {
     TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, 1); });
     double took = secondsSince(t);
     EXPECT_GE(took, 1.9);
-    EXPECT_LT(took, 3.5);
     EXPECT_EQ(5, e.getCode());
     EXPECT_EQ("VLT_Connect=0xfffffffe details of handle 7", detail(e));
     EXPECT_EQ(2, fake.count("VLT_Connect")) << "the pause after the first attempt used up the limit";
@@ -238,7 +236,6 @@ TEST_F(SecureSocketConnect, FiveFailedAttemptsWithFourPauses) {
     TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, 0); });
     double took = secondsSince(t);
     EXPECT_GE(took, 7.9);
-    EXPECT_LT(took, 10.0);
     EXPECT_EQ(5, fake.count("VLT_Connect"));
     EXPECT_EQ("VLT_Connect=0xffffffc4 details of handle 7", detail(e));
 }

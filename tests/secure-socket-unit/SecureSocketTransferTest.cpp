@@ -310,7 +310,7 @@ TEST_F(SecureSocketTransfer, CancelFromAnotherThreadEndsTheWait) {
     EXPECT_THROW(in->read(buf, sizeof buf), PNXIOCancelException);
     canceller.join();
     EXPECT_GE(secondsSince(t), 0.15);
-    EXPECT_LT(secondsSince(t), 3.0);
+    EXPECT_LT(secondsSince(t), 10.0);
     EXPECT_NE(std::string::npos, fake.log().find("VLT_Select r 1\n")) << "cancellation waits in one-second slices";
     EXPECT_EQ(1, in->getCancel());
 }
