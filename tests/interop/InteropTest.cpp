@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -72,9 +73,8 @@ protected:
         session.reset();
         if (spyne) spyne->stop();
         if (!m_dir.empty() && m_dir != "/tmp") {
-            const std::string command = "rm -rf '" + m_dir + "'";
-            if (std::system(command.c_str()) != 0) {
-            }
+            std::error_code ignored;
+            std::filesystem::remove_all(m_dir, ignored);
         }
     }
 

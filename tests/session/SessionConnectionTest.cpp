@@ -108,6 +108,7 @@ TEST_F(SessionConnection, HostHeaderSetByTheCallerReplacesTheDefault) {
     size_t count = 0;
     for (size_t at = head.find("\r\nHost:"); at != std::string::npos; at = head.find("\r\nHost:", at + 1)) ++count;
     EXPECT_EQ(1u, count) << head;
+    EXPECT_NE(std::string::npos, head.find("Content-ID: envelope\r\nHost: service.example:8443\r\n")) << head;
 
     session->removeHeader("Host");
     roundTrip("default again");

@@ -22,6 +22,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -57,6 +58,10 @@ public:
         int responseChunkSize = 0;
         // When not empty, sent as the response envelope instead of the echo.
         std::string body;
+        // When not empty, written as it is instead of a response (a head and
+        // as much of a body as wanted: a peer that stalls, or one whose body
+        // runs to the end of the connection together with closeAfterResponse).
+        std::string rawResponse;
     };
 
     struct SeenPart {
@@ -111,9 +116,8 @@ public:
         m_server->stop();
         m_server.reset();
         if (!m_dir.empty()) {
-            std::string command = "rm -rf '" + m_dir + "'";
-            if (std::system(command.c_str()) != 0) {
-            }
+            std::error_code ignored;
+            std::filesystem::remove_all(m_dir, ignored);
         }
     }
 
@@ -239,7 +243,7 @@ private:
             // while the server closes fd.
             TALVEXSocketNonSSL socket(0);
             socket.adopt(::dup(fd));
-            socket.echo(tracePath.c_str(), "wb");
+            if (!m_dir.empty()) socket.echo(tracePath.c_str(), "wb");
             std::ifstream trace(tracePath, std::ios::binary);
             for (;;) {
                 char c;
@@ -313,6 +317,11 @@ private:
             if (options.sendContinue) {
                 static const char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
                 socket.getOutputStream()->write(kContinue, sizeof kContinue - 1);
+            }
+            if (!options.rawResponse.empty()) {
+                socket.getOutputStream()->write(options.rawResponse.data(),
+                                                static_cast<unsigned>(options.rawResponse.size()));
+                return true;
             }
             const bool multipart = seen.multipart && !options.fault;
             TALVEXMessageWriterImp writer("", 0, multipart ? 1 : 0, &socket, options.chunkedResponse ? 1 : 0,
