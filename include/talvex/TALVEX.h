@@ -6,43 +6,43 @@
 #include "talvex/TALVEXSession.h"
 #include "talvex/TALVEXSocket.h"
 
-// Starts the toolkit for this process: the socket layer, then the core
-// library. Returns 0 on success; a socket-layer start-up failure code is
-// returned unchanged. Call once before anything else.
+/// Starts the toolkit for this process: the socket layer, then the core
+/// library. Returns 0 on success; a socket-layer start-up failure code is
+/// returned unchanged. Call once before anything else.
 TALVEX_API long TALVEXInitialize();
-// Stops the core library and the socket layer; call after the last toolkit
-// object is deleted. Returns the core library's result.
+/// Stops the core library and the socket layer; call after the last toolkit
+/// object is deleted. Returns the core library's result.
 TALVEX_API long TALVEXTerminate();
 
-// The toolkit object: holds the two transport settings and creates sockets
-// and sessions. Everything it returns belongs to the caller.
+/// The toolkit object: holds the two transport settings and creates sockets
+/// and sessions. Everything it returns belongs to the caller.
 class TALVEX_API TALVEX {
 public:
     TALVEX();
     ~TALVEX();
 
-    // A new toolkit object with the defaults: secure sockets, blocking mode.
+    /// A new toolkit object with the defaults: secure sockets, blocking mode.
     static TALVEX* newInstance();
 
-    // Non-zero: sockets and sessions use TLS through the security library.
+    /// Non-zero: sockets and sessions use TLS through the security library.
     int getUseSSL();
     void setUseVLT(int useSecureSockets);
-    // Non-zero: connections switch to non-blocking mode once connected, which
-    // time-outs and cancellation of the secure socket need.
+    /// Non-zero: connections switch to non-blocking mode once connected, which
+    /// time-outs and cancellation of the secure socket need.
     int getUseNonBlockingSockets();
     void setUseNonBlockingSockets(int nonBlocking);
 
-    // A new, unconnected socket of the kind the settings select.
+    /// A new, unconnected socket of the kind the settings select.
     TALVEXSocket* getSocket();
-    // A session connected to host:port, sending its requests to uriPath.
-    // secureConfig: the TLS configuration document (root element
-    // sessionConfigDocument); only secure sockets read it, again at every
-    // reconnect, so keep the text alive for the session's life. A time limit
-    // of 0 or less does not limit connecting. A host that does not resolve
-    // raises error 33.
+    /// A session connected to host:port, sending its requests to uriPath.
+    /// secureConfig: the TLS configuration document (root element
+    /// sessionConfigDocument); only secure sockets read it, again at every
+    /// reconnect, so keep the text alive for the session's life. A time limit
+    /// of 0 or less does not limit connecting. A host that does not resolve
+    /// raises error 33.
     TALVEXSession* getSession(const char* host, int port, const char* uriPath, const char* secureConfig,
                               int timeLimitSec);
-    // A session connected to the endpoint URL ("https://host:port/path").
+    /// A session connected to the endpoint URL ("https://host:port/path").
     TALVEXSession* getSession(const char* url, const char* secureConfig, int timeLimitSec);
 
 private:

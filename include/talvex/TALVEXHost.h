@@ -7,9 +7,9 @@
 
 class TALVEX_API TALVEXHost {
 public:
-    // The first address of `host` (null: "localhost") as the security library
-    // resolves it. A name that does not resolve gives family 0xFFFF; without
-    // the security library the result is 128 zero bytes.
+    /// The first address of `host` (null: "localhost") as the security library
+    /// resolves it. A name that does not resolve gives family 0xFFFF; without
+    /// the security library the result is 128 zero bytes.
     static sockaddr_storage resolveIPAddress(char* host);
 };
 

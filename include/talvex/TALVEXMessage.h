@@ -4,8 +4,8 @@
 #include "moxcore/MOXMessage.h"
 #include "talvex/TALVEXExport.h"
 
-// A numbered message of the toolkit's catalog "talvexmsgs". Parameters are
-// appended in order with operator<< (MOXMessageParm).
+/// A numbered message of the toolkit's catalog "talvexmsgs". Parameters are
+/// appended in order with operator<< (MOXMessageParm).
 class TALVEX_API TALVEXMessage : public MOXMessage {
 public:
     explicit TALVEXMessage(unsigned id);

@@ -8,15 +8,15 @@
 
 class TALVEXSocket;
 
-// The input stream of a socket, with time-outs and cancellation built on the
-// socket's time-limit callback. Three modes:
-//   free      no limit (initial; setTimeout(0), setCancel(0));
-//   time-out  setTimeout(n): a read that sees no data for n seconds throws
-//             PNXIOTimeoutException;
-//   cancel    setCancel(1): cancel() from another thread makes the waiting read
-//             throw PNXIOCancelException within about a second.
-// The plain socket always honours them; the secure socket only in
-// non-blocking mode.
+/// The input stream of a socket, with time-outs and cancellation built on the
+/// socket's time-limit callback. Three modes:
+///   free      no limit (initial; setTimeout(0), setCancel(0));
+///   time-out  setTimeout(n): a read that sees no data for n seconds throws
+///             PNXIOTimeoutException;
+///   cancel    setCancel(1): cancel() from another thread makes the waiting read
+///             throw PNXIOCancelException within about a second.
+/// The plain socket always honours them; the secure socket only in
+/// non-blocking mode.
 class TALVEX_API TALVEXSocketInputStream : public PNXInputStream {
 public:
     TALVEXSocketInputStream();
@@ -28,11 +28,11 @@ public:
     int canCancel() const override;
     int setCancel(int on) override;
     int getCancel() const override;
-    // May be called from another thread while the owner waits in a read.
+    /// May be called from another thread while the owner waits in a read.
     void cancel() override;
     virtual TALVEXSocket* getStreamSocket() = 0;
 
-    // The callback installed into the socket; instancePointer is the stream.
+    /// The callback installed into the socket; instancePointer is the stream.
     static void timeoutHandler(void* instancePointer);
 
 protected:
@@ -40,7 +40,7 @@ protected:
 
 private:
     int m_cancel_mode;
-    std::atomic<int> m_cancel_request;  // set by cancel() on another thread
+    std::atomic<int> m_cancel_request;  ///< set by cancel() on another thread
 };
 
 #endif

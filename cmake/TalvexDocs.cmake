@@ -1,0 +1,16 @@
+# API reference from the exported headers' comments: `cmake --build build --target doc`
+# writes build/doc/html. Warnings are errors, so the reference stays whole.
+find_package(Doxygen QUIET)
+if(NOT DOXYGEN_FOUND)
+  return()
+endif()
+set(DOXYGEN_PROJECT_NAME "TALVEX")
+set(DOXYGEN_PROJECT_BRIEF "SOAP client toolkit")
+set(DOXYGEN_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/doc)
+set(DOXYGEN_GENERATE_LATEX NO)
+set(DOXYGEN_QUIET YES)
+set(DOXYGEN_WARN_AS_ERROR YES)
+set(DOXYGEN_WARN_IF_UNDOCUMENTED NO)
+set(DOXYGEN_MACRO_EXPANSION YES)
+set(DOXYGEN_PREDEFINED "TALVEX_API=")
+doxygen_add_docs(doc ${PROJECT_SOURCE_DIR}/include/talvex COMMENT "API reference")
