@@ -1,20 +1,34 @@
 // Receives one response with a large attachment over loopback through the
-// message reader, and the same bytes through a raw recv loop, in one run.
+// message reader, and the same bytes through a raw recv loop, in one run; then
+// sends one large binary attachment through a session's message writer, chunked
+// and with a length, beside a raw send loop.
 // Reports MB/s and the peak resident memory of each case, measured in a child
 // process per case so that one case's peak does not hide another's.
 //
-//   receive_bench [MiB]        (default 256)
+//   receive_bench [MiB] [MiB for the Content-Length send] [case]   (defaults 256, 64)
+//
+// With a case name (or part of one), only the matching cases run, in this
+// process, so that a profiler sees them.
+//
+// A body sent with a Content-Length is held in memory until the message is
+// finished (its length must be known first), so that case's peak grows with
+// the attachment; it gets its own, smaller size.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <memory>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "LoopbackServer.h"
+#include "RawHttpEndpoint.h"
+#include "talvex/TALVEX.h"
 #include "mime/TALVEXMessageReaderImp.h"
 #include "moxidom/MOXIDOM_Document.h"
 #include "transport/TALVEXSocketNonSSL.h"
@@ -42,7 +56,8 @@ void sendChunk(int fd, const char* data, size_t n) {
     LoopbackServer::sendAll(fd, std::string(head, static_cast<size_t>(len)));
     size_t off = 0;
     while (off < n) {
-        ssize_t k = ::send(fd, data + off, n - off, MSG_NOSIGNAL);
+        // void* picks the POSIX send over the platform layer's SOCKET overload.
+        ssize_t k = ::send(fd, static_cast<const void*>(data + off), n - off, int{MSG_NOSIGNAL});
         if (k <= 0) return;
         off += static_cast<size_t>(k);
     }
@@ -82,7 +97,7 @@ struct Result {
     unsigned long long bytes;
 };
 
-Result runCase(size_t attachmentBytes, bool chunked, bool qp, bool raw) {
+Result runCase(size_t attachmentBytes, bool chunked, bool qp, bool raw, unsigned rawRead) {
     LoopbackServer server([&](int fd) { serve(fd, attachmentBytes, chunked, qp, raw); });
     TALVEXSocketNonSSL socket(0);
     socket.open(server.url().c_str(), nullptr, 5);
@@ -90,7 +105,7 @@ Result runCase(size_t attachmentBytes, bool chunked, bool qp, bool raw) {
     unsigned long long total = 0;
     auto start = std::chrono::steady_clock::now();
     if (raw) {
-        for (unsigned n; (n = socket.getInputStream()->read(buf, sizeof buf)) != PNX_EOF;) total += n;
+        for (unsigned n; (n = socket.getInputStream()->read(buf, rawRead)) != PNX_EOF;) total += n;
     } else {
         TALVEXMessageReaderImp reader(0, socket.getInputStream());
         MOXIDOM_Document doc;
@@ -104,43 +119,124 @@ Result runCase(size_t attachmentBytes, bool chunked, bool qp, bool raw) {
     socket.close();
     return {seconds, total};
 }
+// Sends one request with a large binary attachment through a session (or the
+// same number of bytes through a raw send loop) to an endpoint that reads the
+// body and answers once it has all of it.
+Result sendCase(size_t attachmentBytes, bool chunked, bool raw) {
+    const std::string data = block(false);
+    const size_t blocks = attachmentBytes / data.size();
+    const std::string response = "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: " +
+                                 std::to_string(kEnvelope.size()) + "\r\n\r\n" + kEnvelope;
+    unsigned long long total = 0;
+    auto start = std::chrono::steady_clock::now();
+    if (raw) {
+        std::atomic<unsigned long long> received{0};
+        LoopbackServer server([&](int fd) {
+            static char sink[65536];
+            for (ssize_t n; (n = ::recv(fd, static_cast<void*>(sink), sizeof sink, 0)) > 0;) received += static_cast<size_t>(n);
+        });
+        TALVEXSocketNonSSL socket(0);
+        socket.open(server.url().c_str(), nullptr, 5);
+        start = std::chrono::steady_clock::now();
+        for (size_t i = 0; i < blocks; ++i) socket.getOutputStream()->write(data.data(), data.size());
+        socket.close();
+        server.stop();  // waits until the server has read everything
+        total = received.load();
+    } else {
+        RawHttpEndpoint endpoint(response);
+        TALVEX toolkit;
+        toolkit.setUseVLT(0);
+        std::unique_ptr<TALVEXSession> session(toolkit.getSession("127.0.0.1", endpoint.port(), "/svc", nullptr, 5));
+        if (!chunked) session->setProperty("send-content-length", 1);
+        start = std::chrono::steady_clock::now();
+        TALVEXMessageWriter& w = session->openRequest(1);
+        PNXOutputStream& env = w.openEnvelope();
+        env.write(kEnvelope.data(), static_cast<unsigned>(kEnvelope.size()));
+        w.closeEnvelope(env);
+        PNXOutputStream& out = w.openAttachment("application/octet-stream", nullptr, "big", 0);
+        for (size_t i = 0; i < blocks; ++i) out.write(data.data(), static_cast<unsigned>(data.size()));
+        w.closeAttachment(out);
+        session->closeRequest(w);
+        TALVEXMessageReader& r = session->openResponse();
+        session->closeResponse(r);
+        total = blocks * data.size();
+    }
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return {seconds, total};
+}
+
+// Runs one case in a child process; MB/s and the child's peak RSS in MiB.
+const char* g_only = nullptr;
+
+template <typename F>
+void inChild(const char* name, F run) {
+    if (g_only != nullptr) {
+        if (std::strstr(name, g_only) == nullptr) return;
+        Result r = run();
+        std::printf("| %s | %.0f | – |\n", name, r.bytes / 1e6 / r.seconds);
+        return;
+    }
+    int pipefd[2];
+    if (pipe(pipefd) != 0) std::exit(1);
+    std::fflush(stdout);
+    pid_t pid = fork();
+    if (pid == 0) {
+        Result r = run();
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        std::string line = std::to_string(r.bytes / 1e6 / r.seconds) + " " + std::to_string(usage.ru_maxrss / 1024.0);
+        if (write(pipefd[1], line.data(), line.size()) < 0) _exit(1);
+        _exit(0);
+    }
+    close(pipefd[1]);
+    char out[128] = {0};
+    ssize_t n = read(pipefd[0], out, sizeof out - 1);
+    close(pipefd[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    double mbps = 0, rss = 0;
+    if (n > 0) std::sscanf(out, "%lf %lf", &mbps, &rss);
+    if (n > 0)
+        std::printf("| %s | %.0f | %.1f |\n", name, mbps, rss);
+    else
+        std::printf("| %s | failed | – |\n", name);
+    std::fflush(stdout);
+}
 }  // namespace
 
 int main(int argc, char** argv) {
     size_t mib = argc > 1 ? static_cast<size_t>(std::atoi(argv[1])) : 256;
+    size_t lengthMib = argc > 2 ? static_cast<size_t>(std::atoi(argv[2])) : 64;
+    if (argc > 3) g_only = argv[3];
+    if (TALVEXInitialize() != 0) return 1;
     struct Case {
         const char* name;
         bool chunked, qp, raw;
+        unsigned rawRead;
     } cases[] = {
-        {"raw recv loop (limit)", false, false, true},
-        {"binary, Content-Length", false, false, false},
-        {"binary, chunked", true, false, false},
-        {"quoted-printable, Content-Length", false, true, false},
-        {"quoted-printable, chunked", true, true, false},
+        {"raw recv loop, 64 KiB reads (limit)", false, false, true, 65536},
+        {"raw recv loop, 1 KiB reads", false, false, true, 1024},
+        {"binary, Content-Length", false, false, false, 0},
+        {"binary, chunked", true, false, false, 0},
+        {"quoted-printable, Content-Length", false, true, false, 0},
+        {"quoted-printable, chunked", true, true, false, 0},
     };
     std::printf("| %zu MiB attachment received over loopback | MB/s (decoded bytes) | peak RSS (MiB) |\n", mib);
     std::printf("|---|---|---|\n");
-    for (const Case& c : cases) {
-        int pipefd[2];
-        if (pipe(pipefd) != 0) return 1;
-        pid_t pid = fork();
-        if (pid == 0) {
-            Result r = runCase(mib * 1024 * 1024, c.chunked, c.qp, c.raw);
-            rusage usage{};
-            getrusage(RUSAGE_SELF, &usage);
-            std::string line = std::to_string(r.bytes / 1e6 / r.seconds) + " " + std::to_string(usage.ru_maxrss / 1024.0);
-            if (write(pipefd[1], line.data(), line.size()) < 0) _exit(1);
-            _exit(0);
-        }
-        close(pipefd[1]);
-        char out[128] = {0};
-        ssize_t n = read(pipefd[0], out, sizeof out - 1);
-        close(pipefd[0]);
-        int status = 0;
-        waitpid(pid, &status, 0);
-        double mbps = 0, rss = 0;
-        if (n > 0) std::sscanf(out, "%lf %lf", &mbps, &rss);
-        std::printf("| %s | %.0f | %.1f |\n", c.name, mbps, rss);
-    }
+    for (const Case& c : cases)
+        inChild(c.name, [&] { return runCase(mib * 1024 * 1024, c.chunked, c.qp, c.raw, c.rawRead); });
+
+    std::printf("\n| attachment sent over loopback (binary, 64 KiB writes) | MB/s | peak RSS (MiB) |\n");
+    std::printf("|---|---|---|\n");
+    std::string label;
+    label = "raw send loop, " + std::to_string(mib) + " MiB (limit)";
+    inChild(label.c_str(), [&] { return sendCase(mib * 1024 * 1024, true, true); });
+    label = "message writer, chunked, " + std::to_string(mib) + " MiB";
+    inChild(label.c_str(), [&] { return sendCase(mib * 1024 * 1024, true, false); });
+    label = "message writer, chunked, " + std::to_string(lengthMib) + " MiB";
+    inChild(label.c_str(), [&] { return sendCase(lengthMib * 1024 * 1024, true, false); });
+    label = "message writer, Content-Length, " + std::to_string(lengthMib) + " MiB (body held until finished)";
+    inChild(label.c_str(), [&] { return sendCase(lengthMib * 1024 * 1024, false, false); });
+    TALVEXTerminate();
     return 0;
 }
