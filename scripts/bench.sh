@@ -50,13 +50,18 @@ if [ "$PROFILE" = 1 ] && command -v valgrind >/dev/null; then
     "$B"/roundtrip_bench 1 streaming >/dev/null 2>&1
   valgrind --tool=callgrind --collect-atstart=no --toggle-collect='*runCase*' --callgrind-out-file="$OUT/rx.cg" \
     "$B"/receive_bench 16 16 "binary, chunked" >/dev/null 2>&1
-  calls=$(python3 - "$OUT/rt.cg" <<'PY'
+  valgrind --tool=callgrind --collect-atstart=no --toggle-collect='*measure*' --callgrind-out-file="$OUT/dom.cg" \
+    "$B"/roundtrip_bench 0.5 dom >/dev/null 2>&1
+  count() {  # callgrind output, function name -> how many times it was called
+    python3 - "$1" "$2" <<'PY'
 import re, sys
 text = open(sys.argv[1]).read()
-m = re.search(r"\((\d+)\) TALVEXSessionImp::openRequest\(int\)", text)
+m = re.search(r"\((\d+)\) " + re.escape(sys.argv[2]), text)
 print(sum(int(c) for c in re.findall(r"^cfn=\(%s\).*\ncalls=(\d+)" % m.group(1), text, re.M)) if m else "?")
 PY
-)
+  }
+  calls=$(count "$OUT/rt.cg" "TALVEXSessionImp::openRequest(int)")
+  domcalls=$(count "$OUT/dom.cg" "TALVEXSessionImp::doRequest(")
   # System calls per case: the socket reads behind each figure.
   if command -v strace >/dev/null; then
     strace -f -c -e trace=recvfrom,read,sendto,write -o "$OUT/rx.strace" "$B"/receive_bench 16 16 "binary, chunked" >/dev/null 2>&1 || true
@@ -66,6 +71,7 @@ PY
   top "$OUT/rt.cg" "" > "$OUT/rt.top" || true
   top "$OUT/rt.cg" "--inclusive=yes" 60 | grep -E "TALVEX|Http|PNX|MOX|PROGRAM" | head -22 > "$OUT/rt.incl" || true
   top "$OUT/rx.cg" "" > "$OUT/rx.top" || true
+  top "$OUT/dom.cg" "--inclusive=yes" 60 | grep -E "TALVEX|MOXIDOM|PROGRAM|DOMParser::(~|XercesDOMParser\(|parse\()" | head -22 > "$OUT/dom.incl" || true
 fi
 if perf stat -e instructions true 2>&1 | grep -q "not supported\|not counted"; then perf_ok=no; else perf_ok=yes; fi
 
@@ -85,11 +91,9 @@ if perf stat -e instructions true 2>&1 | grep -q "not supported\|not counted"; t
   echo "| reproduce | \`MIB=$MIB LENGTH_MIB=$LENGTH_MIB SECONDS_PER_CASE=$SECONDS_PER_CASE scripts/bench.sh\` |"
   echo "| perf stat | $([ "$perf_ok" = yes ] && echo "available" || echo "not usable here (no counters); profiles are callgrind instruction counts") |"
   echo
-  echo "## Round trips (plain)"
+  echo "## Round trips"
   echo
   cat "$OUT/roundtrip.md"
-  echo
-  echo "TLS round trips: not measured yet."
   echo
   echo "## Attachments"
   echo
@@ -119,6 +123,10 @@ if perf stat -e instructions true 2>&1 | grep -q "not supported\|not counted"; t
     echo "Inclusive cost of the toolkit's functions:"
     echo
     echo '```'; cat "$OUT/rt.incl"; echo '```'
+    echo
+    echo "doRequest (\`roundtrip_bench 0.5 dom\`), calling thread only, ${domcalls:-?} calls; inclusive cost:"
+    echo
+    echo '```'; cat "$OUT/dom.incl"; echo '```'
     echo
     echo "Chunked binary receive of 16 MiB (\`receive_bench 16 16 \"binary, chunked\"\`), receiving thread only:"
     echo

@@ -122,7 +122,7 @@ Result runCase(size_t attachmentBytes, bool chunked, bool qp, bool raw, unsigned
 // Sends one request with a large binary attachment through a session (or the
 // same number of bytes through a raw send loop) to an endpoint that reads the
 // body and answers once it has all of it.
-Result sendCase(size_t attachmentBytes, bool chunked, bool raw) {
+Result sendCase(size_t attachmentBytes, bool chunked, bool raw, int chunkSize = 0) {
     const std::string data = block(false);
     const size_t blocks = attachmentBytes / data.size();
     const std::string response = "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: " +
@@ -148,6 +148,7 @@ Result sendCase(size_t attachmentBytes, bool chunked, bool raw) {
         toolkit.setUseVLT(0);
         std::unique_ptr<TALVEXSession> session(toolkit.getSession("127.0.0.1", endpoint.port(), "/svc", nullptr, 5));
         if (!chunked) session->setProperty("send-content-length", 1);
+        if (chunkSize > 0) session->setProperty("chunk-size", chunkSize);
         start = std::chrono::steady_clock::now();
         TALVEXMessageWriter& w = session->openRequest(1);
         PNXOutputStream& env = w.openEnvelope();
@@ -231,8 +232,10 @@ int main(int argc, char** argv) {
     std::string label;
     label = "raw send loop, " + std::to_string(mib) + " MiB (limit)";
     inChild(label.c_str(), [&] { return sendCase(mib * 1024 * 1024, true, true); });
-    label = "message writer, chunked, " + std::to_string(mib) + " MiB";
+    label = "message writer, chunked (default chunk-size 4000), " + std::to_string(mib) + " MiB";
     inChild(label.c_str(), [&] { return sendCase(mib * 1024 * 1024, true, false); });
+    label = "message writer, chunked, chunk-size 65536, " + std::to_string(mib) + " MiB";
+    inChild(label.c_str(), [&] { return sendCase(mib * 1024 * 1024, true, false, 65536); });
     label = "message writer, chunked, " + std::to_string(lengthMib) + " MiB";
     inChild(label.c_str(), [&] { return sendCase(lengthMib * 1024 * 1024, true, false); });
     label = "message writer, Content-Length, " + std::to_string(lengthMib) + " MiB (body held until finished)";

@@ -5,11 +5,13 @@
 //   - the streaming cycle (openRequest ... closeResponse, envelope bytes
 //     written and read as they are, no DOM),
 //   - doRequest (the request serialised from a DOM, the response parsed into one),
-//   - the DOM work of doRequest alone, in memory (serialise + parse).
+//   - the DOM work of doRequest alone, in memory (serialise + parse),
+//   - over TLS (when built with OpenSSL): the streaming cycle through the
+//     secure socket beside a ping-pong between two plain OpenSSL ends.
 // Calls per second, and CPU per call of the calling thread and of the whole
 // process (which includes the endpoint's thread).
 //
-//   roundtrip_bench [seconds per case] [raw|streaming|dom|domonly]   (default 3, all)
+//   roundtrip_bench [seconds per case] [raw|streaming|dom|domonly|tls-raw|tls-streaming]   (default 3, all)
 //
 // With a case name only that case runs (for a profiler).
 
@@ -28,6 +30,9 @@
 #include <string>
 
 #include "RawHttpEndpoint.h"
+#ifdef TALVEX_BENCH_TLS
+#include "TlsHttpEndpoint.h"
+#endif
 #include "moxcore/MOXThrowable.h"
 #include "moxidom/MOXIDOM.h"
 #include "talvex/TALVEX.h"
@@ -186,12 +191,48 @@ int main(int argc, char** argv) {
             parser.parse(respEnv, resp);
         };
 
+#ifdef TALVEX_BENCH_TLS
+        TlsHttpEndpoint tlsEndpoint(response);
+        // The secure socket reads this again at every reconnect: it lives as long as the session.
+        const std::string tlsConfig =
+            "<sessionConfigDocument><caFile>" + tlsEndpoint.certificate() + "</caFile></sessionConfigDocument>";
+        TALVEX tlsToolkit;
+        tlsToolkit.setUseVLT(1);
+        std::unique_ptr<TALVEXSession> tlsSession(
+            tlsToolkit.getSession("127.0.0.1", tlsEndpoint.port(), "/svc", tlsConfig.c_str(), 5));
+        auto tlsStreamingCall = [&] {
+            TALVEXMessageWriter& w = tlsSession->openRequest(0);
+            PNXOutputStream& out = w.openEnvelope();
+            out.write(reqText.data(), static_cast<unsigned>(reqText.size()));
+            w.closeEnvelope(out);
+            tlsSession->closeRequest(w);
+            TALVEXMessageReader& r = tlsSession->openResponse();
+            PNXInputStream& in = r.openEnvelope();
+            for (unsigned n; (n = in.read(buf, sizeof buf)) != PNX_EOF;) lastRead += n;
+            r.closeEnvelope(in);
+            tlsSession->closeResponse(r);
+        };
+        int tlsFd = rawConnect(tlsEndpoint.port());
+        TlsClient tlsClient(tlsFd, tlsEndpoint.certificate());
+        RawHttpReader tlsReader(tlsClient.source());
+        auto tlsRawCall = [&] {
+            if (!tlsClient.write(wireRequest) || !tlsReader.readMessage(nullptr)) {
+                std::fprintf(stderr, "TLS ping-pong: connection closed\n");
+                std::exit(1);
+            }
+        };
+#endif
         if (argc > 2) {
             const std::string only = argv[2];
-            const Result r = measure(seconds, only == "raw"         ? std::function<void()>(rawCall)
-                                              : only == "streaming" ? std::function<void()>(streamingCall)
-                                              : only == "dom"       ? std::function<void()>(domCall)
-                                                                    : std::function<void()>(domOnly));
+            std::function<void()> call = only == "raw"         ? std::function<void()>(rawCall)
+                                         : only == "streaming" ? std::function<void()>(streamingCall)
+                                         : only == "dom"       ? std::function<void()>(domCall)
+                                                               : std::function<void()>(domOnly);
+#ifdef TALVEX_BENCH_TLS
+            if (only == "tls-raw") call = tlsRawCall;
+            if (only == "tls-streaming") call = tlsStreamingCall;
+#endif
+            const Result r = measure(seconds, call);
             std::printf("%s: %.0f calls/s\n", only.c_str(), r.callsPerSec);
         } else {
         std::printf("Request: %zu-byte envelope, %zu bytes on the wire; response: %zu-byte envelope, %zu bytes.\n\n",
@@ -210,6 +251,16 @@ int main(int argc, char** argv) {
         std::printf("\nDOM share of doRequest: %.0f%% of its wall time from the difference to the streaming cycle, "
                     "%.0f%% from the in-memory DOM work alone.\n",
                     100.0 * (dom.wallUs - streaming.wallUs) / dom.wallUs, 100.0 * domAlone.wallUs / dom.wallUs);
+#ifdef TALVEX_BENCH_TLS
+        const Result tlsRaw = measure(seconds, tlsRawCall);
+        const Result tlsStreaming = measure(seconds, tlsStreamingCall);
+        std::printf("\n| TLS round trip, 1 KiB envelope, one connection | calls/s | of TLS raw | wall µs/call | client thread CPU µs/call | process CPU µs/call |\n");
+        std::printf("|---|---|---|---|---|---|\n");
+        printRow("OpenSSL client ping-pong (limit)", tlsRaw, tlsRaw);
+        printRow("streaming cycle, secure socket (setUseVLT(1))", tlsStreaming, tlsRaw);
+#else
+        std::printf("\nTLS round trips: not measured yet (built without OpenSSL).\n");
+#endif
         }
         ::close(fd);
     } catch (MOXThrowable& e) {

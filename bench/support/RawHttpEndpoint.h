@@ -15,6 +15,8 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -26,7 +28,12 @@ class RawHttpReader {
 public:
     static constexpr size_t kRawLimit = 65536;
 
-    explicit RawHttpReader(int fd) : m_fd(fd) {}
+    // Reads at most n bytes into buf; 0 or less at the end.
+    using Source = std::function<long(char* buf, size_t n)>;
+
+    explicit RawHttpReader(int fd)
+        : m_source([fd](char* buf, size_t n) { return static_cast<long>(::recv(fd, static_cast<void*>(buf), n, 0)); }) {}
+    explicit RawHttpReader(Source source) : m_source(std::move(source)) {}
 
     // Reads one message (head and body); false at the end of the connection.
     // The bytes are appended to `raw` when it is not null, up to kRawLimit so
@@ -88,7 +95,7 @@ public:
 
 private:
     bool fill() {
-        ssize_t n = ::recv(m_fd, m_buf, sizeof m_buf, 0);
+        long n = m_source(m_buf, sizeof m_buf);
         if (n <= 0) return false;
         m_pos = 0;
         m_end = static_cast<size_t>(n);
@@ -119,7 +126,7 @@ private:
         return true;
     }
 
-    int m_fd;
+    Source m_source;
     char m_buf[65536];
     size_t m_pos = 0, m_end = 0;
 };
