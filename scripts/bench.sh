@@ -29,6 +29,7 @@ cmake -S . -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTALVEX_BUILD_BENCH=
 cmake --build "$BUILD" -j "$JOBS" --target VLT_Crypto_Interface roundtrip_bench receive_bench parsing_bench httptools_bench mime_bench
 
 B=$BUILD/bin
+load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 echo "== round trips"; "$B"/roundtrip_bench "$SECONDS_PER_CASE" | tee "$OUT/roundtrip.md"
 echo "== attachments"; "$B"/receive_bench "$MIB" "$LENGTH_MIB" | tee "$OUT/attach.md"
 gb() { "$1" --benchmark_min_time=0.2 --benchmark_format=console --benchmark_counters_tabular=true 2>/dev/null \
@@ -85,6 +86,7 @@ if perf stat -e instructions true 2>&1 | grep -q "not supported\|not counted"; t
   echo "| nproc | $(nproc) |"
   echo "| CPU | $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ *//') |"
   echo "| kernel | $(uname -sr) |"
+  echo "| load average before / after the runs | $load_before / $(cut -d' ' -f1-3 /proc/loadavg) |"
   echo "| compiler | $(c++ --version | head -1 || true) |"
   echo "| build | Release, \`$BUILD\` |"
   echo "| commit | $(git rev-parse --short HEAD) |"
