@@ -9,6 +9,7 @@ packages=(
   libxerces-c-dev
   libssl-dev openssl
   python3 python3-spyne nginx-light
+  clang libclang-rt-14-dev
   doxygen
 )
 
