@@ -19,6 +19,17 @@
 static const char MOX_UNIT[] = "TALVEXHTTPParser";
 
 namespace {
+// True when the head's stream ended before this line did. The buffered stream
+// hands out an unterminated last line with its count; a head cut off inside a
+// line is an incomplete head, not a shorter line. (A MIME part's last line,
+// ended by the part's delimiter, comes with a count of 0 and is a line.)
+bool endedInsideLine(unsigned rc, const MOXByteBuffer& line) {
+    if (rc == PNX_EOF) return true;
+    return rc != 0 && (line.pcount() == 0 || line.str()[line.pcount() - 1] != '\n');
+}
+}  // namespace
+
+namespace {
 
 const char kVersion11[] = "HTTP/1.1";
 const char kVersion10[] = "HTTP/1.0";
@@ -102,7 +113,7 @@ void TALVEXHTTPParser::parseRequest(PNXBufferedInputStream* is) {
         prev = c == '\n' ? 0 : c;
     }
 
-    if (is->readline(line) == PNX_EOF)
+    if (endedInsideLine(is->readline(line), line))
         TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::parseRequest", ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
     line.trim();
     validateRequestLine(line);
@@ -119,7 +130,7 @@ void TALVEXHTTPParser::parseResponse(PNXBufferedInputStream* is) {
     for (;;) {
         do {
             line.reset();
-            if (is->readline(line) == PNX_EOF)
+            if (endedInsideLine(is->readline(line), line))
                 TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::parseResponse", ErrHeadIncomplete,
                                 TALVEXMessage(0xF2AD7BA3));
         } while (line.trim() == 0);
@@ -189,7 +200,7 @@ void TALVEXHTTPParser::processHeaders(PNXBufferedInputStream* is, int store) {
     MOXByteBuffer line(256, 256);
     for (;;) {
         line.reset();
-        if (is->readline(line) == PNX_EOF)
+        if (endedInsideLine(is->readline(line), line))
             TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::processHeaders", ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
         if (line.trim() == 0) return;
         if (store) processHeader(line);

@@ -171,8 +171,16 @@ TALVEXAttachmentReader& TALVEXMessageReaderImp::openNextAttachment() {
 }
 
 void TALVEXMessageReaderImp::closeAttachment(TALVEXAttachmentReader&) {
+    // Skipping to the next delimiter reads from the connection: it runs under
+    // the caller's time limit or cancel mode, which are cleared afterwards on
+    // every way out, so a silent peer cannot hold the reader.
+    try {
+        if (m_multipart != nullptr) m_more_parts = m_multipart->hasNextPart();
+    } catch (...) {
+        resetStreamSettings();
+        throw;
+    }
     resetStreamSettings();
-    if (m_multipart != nullptr) m_more_parts = m_multipart->hasNextPart();
 }
 
 const char* TALVEXMessageReaderImp::getHeader(const char* name) { return m_parser.getHeader(name); }

@@ -58,12 +58,20 @@ int TALVEXQPInputStream::isEndOfLine(int c) {
     return 1;
 }
 
+namespace {
+const unsigned kMaxDecodedPiece = 16384;
+}  // namespace
+
 int TALVEXQPInputStream::getDecodedLine() {
     m_line.reset();
     m_pos = 0;
     for (;;) {
         const unsigned length = m_line.pcount();
         if (length >= 2 && m_line.str()[length - 2] == '\r' && m_line.str()[length - 1] == '\n') break;
+        // Data joined by soft line breaks only would otherwise become one line
+        // as long as the whole part: a decoded piece is bounded, cut between
+        // two encoded units, so memory stays constant whatever the part's size.
+        if (length >= kMaxDecodedPiece) break;
         const int c = getRawChar();
         if (c == -1) break;
         if (isLineEndByte(c)) {

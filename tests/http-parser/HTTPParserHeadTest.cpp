@@ -135,7 +135,8 @@ TEST(ParserRequest, StreamEndingAnywhereInTheHeadGivesCode6FromTheStepReading) {
         {"\r", kParseRequest},
         {"POS", kParseRequest},
         {"POST", kParseRequest},
-        {"POST / HTTP/1.1", kProcessHeaders},
+        {"POST / HTTP/1.1", kParseRequest},  // cut inside the request line
+        {"POST / HTTP/1.1\r\nHost: x", kProcessHeaders},  // cut inside a header line
         {"POST / HTTP/1.1\r\n", kProcessHeaders},
         {"POST / HTTP/1.1\r\nHost: x\r\n", kProcessHeaders},
         {"POST / HTTP/1.1\r\nHost: x", kProcessHeaders},
@@ -237,7 +238,8 @@ TEST(ParserResponse, StreamEndingAnywhereInTheHeadGivesCode6) {
         {"\r\n\r\n", kParseResponse},
         {"HTTP/1.1 100 Continue\r\n\r\n", kParseResponse},
         {"HTTP/1.1 100 Continue\r\nA: b\r\n", kProcessHeaders},
-        {"HTTP/1.1 200 OK", kProcessHeaders},
+        {"HTTP/1.1 200 OK", kParseResponse},  // cut inside the status line
+        {"HTTP/1.1 200 OK\r\nContent-Type: text/x", kProcessHeaders},  // cut inside a header line
         {"HTTP/1.1 200 OK\r\nContent-Length: 4\r\n", kProcessHeaders},
     };
     for (const Case& c : cases) {
