@@ -15,9 +15,16 @@ namespace {
 // asking for "everything" must not make it reserve gigabytes.
 const unsigned kMaxDirectReserve = 256u * 1024u;
 
+// A buffered stream reads ahead at least this much, whatever size it was made
+// with: a caller that reads in small pieces (the multipart stream refills 1 KiB
+// at a time) is then served from memory instead of by one system call per
+// piece. Size 0 keeps its meaning: no read-ahead at all.
+const unsigned kMinReadAhead = 64u * 1024u;
+
 unsigned checkedSize(int size) {
     if (size < 0) MOX_THROW(MOXIllegalArgumentError, "PNXBufferedInputStream - the buffer size must not be negative");
-    return static_cast<unsigned>(size);
+    const unsigned asked = static_cast<unsigned>(size);
+    return asked == 0 ? 0 : (asked < kMinReadAhead ? kMinReadAhead : asked);
 }
 }  // namespace
 
