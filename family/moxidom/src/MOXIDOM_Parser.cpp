@@ -21,7 +21,10 @@ MOXIDOM_Parser::~MOXIDOM_Parser() = default;
 
 int MOXIDOM_Parser::parse(PNXInputStream& in, MOXIDOM_Document& document) {
     MOXIDOM_StreamInputSource source(in);
-    return run(source, document);
+    const int parsed = run(source, document);
+    // The stream's own failure wins over the parse error it caused.
+    if (source.failure()) std::rethrow_exception(source.failure());
+    return parsed;
 }
 
 int MOXIDOM_Parser::parse(const std::string& text, MOXIDOM_Document& document) {

@@ -2,8 +2,8 @@
 
 #include "pnxstreams/PNXInputStream.h"
 
-MOXIDOM_StreamBinInputStream::MOXIDOM_StreamBinInputStream(PNXInputStream& in)
-    : m_in(in), m_position(0), m_ended(false) {}
+MOXIDOM_StreamBinInputStream::MOXIDOM_StreamBinInputStream(PNXInputStream& in, std::exception_ptr& failure)
+    : m_in(in), m_failure(failure), m_position(0), m_ended(false) {}
 
 XMLSize_t MOXIDOM_StreamBinInputStream::readBytes(XMLByte* const toFill, const XMLSize_t maxToRead) {
     if (m_ended || maxToRead == 0) return 0;
@@ -15,7 +15,14 @@ XMLSize_t MOXIDOM_StreamBinInputStream::readBytes(XMLByte* const toFill, const X
     unsigned got = 0;
     char* target = reinterpret_cast<char*>(toFill);
     while (got < wanted) {
-        const unsigned n = m_in.read(target + got, block - got);
+        unsigned n;
+        try {
+            n = m_in.read(target + got, block - got);
+        } catch (...) {
+            m_failure = std::current_exception();
+            m_ended = true;
+            break;
+        }
         // 0 breaks the stream's contract; ending is safer than spinning.
         if (n == PNX_EOF || n == 0) {
             m_ended = true;

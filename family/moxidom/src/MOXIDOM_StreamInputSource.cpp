@@ -13,5 +13,5 @@ MOXIDOM_StreamInputSource::MOXIDOM_StreamInputSource(PNXInputStream& in) : Input
 
 BinInputStream* MOXIDOM_StreamInputSource::makeStream() const {
     // Xerces deletes the stream with its own memory manager, as XMemory's operator new arranges.
-    return new (getMemoryManager()) MOXIDOM_StreamBinInputStream(m_in);
+    return new (getMemoryManager()) MOXIDOM_StreamBinInputStream(m_in, m_failure);
 }

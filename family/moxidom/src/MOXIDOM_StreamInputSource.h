@@ -1,6 +1,8 @@
 #ifndef MOXIDOM_MOXIDOM_STREAMINPUTSOURCE_H
 #define MOXIDOM_MOXIDOM_STREAMINPUTSOURCE_H
 
+#include <exception>
+
 #include <xercesc/sax/InputSource.hpp>
 
 class PNXInputStream;
@@ -12,9 +14,12 @@ public:
     explicit MOXIDOM_StreamInputSource(PNXInputStream& in);
 
     XERCES_CPP_NAMESPACE::BinInputStream* makeStream() const override;
+    // What the stream threw during the parse, if anything (see the byte stream).
+    std::exception_ptr failure() const { return m_failure; }
 
 private:
     PNXInputStream& m_in;
+    mutable std::exception_ptr m_failure;
 };
 
 #endif
