@@ -6,7 +6,7 @@ BUILD_TYPE ?= RelWithDebInfo
 CMAKE_ARGS ?=
 JOBS       ?= $(shell nproc)
 
-.PHONY: all deps configure build test test-sanitize test-threads demo clean
+.PHONY: all deps configure build test test-sanitize test-threads fuzz-smoke demo clean
 
 all: build
 
