@@ -47,4 +47,4 @@ demo: configure
 	@scripts/demo.sh $(BUILD)
 
 clean:
-	rm -rf build build-sanitize
+	rm -rf build build-sanitize build-tsan build-fuzz
