@@ -3,13 +3,15 @@
 
 // The TLS counterpart of RawHttpEndpoint, directly on OpenSSL: a certificate
 // for 127.0.0.1 made by the openssl command at start-up (its own CA), one
-// fixed response per request, no XML parsed. Also a plain OpenSSL client for
-// the TLS ping-pong that sets the limit.
+// fixed response per request, no XML parsed; or, given a handler, whatever the
+// handler does with each accepted TLS connection. Also a plain OpenSSL client
+// for the ping-pong and the transfer loops that set the limits.
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
 #include <cstdlib>
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -17,7 +19,26 @@
 
 class TlsHttpEndpoint {
 public:
-    explicit TlsHttpEndpoint(std::string response) : m_response(std::move(response)) {
+    using Handler = std::function<void(SSL*)>;
+
+    explicit TlsHttpEndpoint(std::string response) : m_response(std::move(response)) { start(); }
+    explicit TlsHttpEndpoint(Handler handler) : m_handler(std::move(handler)) { start(); }
+    ~TlsHttpEndpoint() {
+        m_server.reset();
+        SSL_CTX_free(m_ctx);
+        std::system(("rm -rf '" + m_dir + "'").c_str());
+    }
+
+    int port() const { return m_server->port(); }
+    std::string certificate() const { return m_dir + "/server.pem"; }
+    std::string key() const { return m_dir + "/server.key"; }
+    // A session configuration that trusts the endpoint's certificate.
+    std::string sessionConfig() const {
+        return "<sessionConfigDocument><caFile>" + certificate() + "</caFile></sessionConfigDocument>";
+    }
+
+private:
+    void start() {
         char dir[] = "/tmp/talvex-bench-certs-XXXXXX";
         if (mkdtemp(dir) == nullptr) throw std::runtime_error("mkdtemp");
         m_dir = dir;
@@ -31,23 +52,16 @@ public:
             throw std::runtime_error("server context");
         m_server.reset(new LoopbackServer([this](int fd) { serve(fd); }));
     }
-    ~TlsHttpEndpoint() {
-        m_server.reset();
-        SSL_CTX_free(m_ctx);
-        std::system(("rm -rf '" + m_dir + "'").c_str());
-    }
 
-    int port() const { return m_server->port(); }
-    std::string certificate() const { return m_dir + "/server.pem"; }
-    std::string key() const { return m_dir + "/server.key"; }
-
-private:
     void serve(int fd) {
         int one = 1;
         ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
         SSL* ssl = SSL_new(m_ctx);
         SSL_set_fd(ssl, fd);
-        if (SSL_accept(ssl) == 1) {
+        if (SSL_accept(ssl) == 1 && m_handler) {
+            m_handler(ssl);
+            SSL_shutdown(ssl);
+        } else if (SSL_is_init_finished(ssl)) {
             RawHttpReader reader([ssl](char* buf, size_t n) { return static_cast<long>(SSL_read(ssl, buf, static_cast<int>(n))); });
             while (reader.readMessage(nullptr)) {
                 if (SSL_write(ssl, m_response.data(), static_cast<int>(m_response.size())) <= 0) break;
@@ -58,6 +72,7 @@ private:
     }
 
     std::string m_response;
+    Handler m_handler;
     std::string m_dir;
     SSL_CTX* m_ctx = nullptr;
     std::unique_ptr<LoopbackServer> m_server;
@@ -79,7 +94,8 @@ public:
         SSL_free(m_ssl);
         SSL_CTX_free(m_ctx);
     }
-    bool write(const std::string& data) { return SSL_write(m_ssl, data.data(), static_cast<int>(data.size())) > 0; }
+    bool write(const std::string& data) { return write(data.data(), data.size()); }
+    bool write(const char* data, size_t n) { return SSL_write(m_ssl, data, static_cast<int>(n)) > 0; }
     RawHttpReader::Source source() {
         SSL* ssl = m_ssl;
         return [ssl](char* buf, size_t n) { return static_cast<long>(SSL_read(ssl, buf, static_cast<int>(n))); };
