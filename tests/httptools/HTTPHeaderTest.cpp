@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "moxcore/MOXByteBuffer.h"
 #include "moxhttptools/HTTPHeader.h"
@@ -15,103 +17,75 @@ std::string dumped(const HTTPHeader& header) {
     return std::string(out.str(), out.pcount());
 }
 
-std::string dumpOf(const char* value) {
-    HTTPHeader header;
-    header.parse(value);
-    return dumped(header);
-}
+const char* const kAbsent = "<absent>";
 
-TEST(HTTPHeader, QuotedBoundaryWithEqualsSigns) {
-    HTTPHeader h;
-    h.parse(" multipart/related; type=\"text/xml\"; boundary=\"=_=vorna-mp-boundary=_=\"\r\n");
-    EXPECT_STREQ("multipart/related", h.getValue());
-    EXPECT_STREQ("text/xml", h.getAttribute("type"));
-    EXPECT_STREQ("=_=vorna-mp-boundary=_=", h.getAttribute("boundary"));
-    EXPECT_EQ("multipart/related; type=\"text/xml\"; boundary=\"=_=vorna-mp-boundary=_=\"", dumped(h));
-}
-
-TEST(HTTPHeader, EscapesAreResolvedAndWrittenBack) {
-    HTTPHeader h;
-    h.parse("a/b; q=\"x\\\"y\\\\z;w\"; next=1");
-    EXPECT_STREQ("x\"y\\z;w", h.getAttribute("q"));
-    EXPECT_STREQ("1", h.getAttribute("next"));
-    EXPECT_EQ("a/b; q=\"x\\\"y\\\\z;w\"; next=1", dumped(h));
-}
-
-TEST(HTTPHeader, NamesMatchInAnyCaseAndKeepTheirCaseInTheDump) {
-    HTTPHeader h;
-    h.parse("Text/XML; CharSet=UTF-8");
-    EXPECT_STREQ("Text/XML", h.getValue());
-    EXPECT_STREQ("UTF-8", h.getAttribute("charset"));
-    EXPECT_STREQ("UTF-8", h.getAttribute("CHARSET"));
-    EXPECT_EQ("Text/XML; CharSet=UTF-8", dumped(h));
-}
-
-TEST(HTTPHeader, MissingAttributeIsNull) {
-    HTTPHeader h;
-    h.parse("multipart/related; type=text/xml");
-    EXPECT_EQ(nullptr, h.getAttribute("boundary"));
-    EXPECT_EQ(nullptr, h.getAttribute("typ"));
-    EXPECT_EQ(nullptr, h.getAttribute("types"));
-    EXPECT_EQ(nullptr, h.getAttribute(nullptr));
-}
-
-TEST(HTTPHeader, EmptyValues) {
-    HTTPHeader h;
-    EXPECT_STREQ("", h.getValue());
-    h.parse(nullptr);
-    EXPECT_STREQ("", h.getValue());
-    h.parse(" \t\r\n");
-    EXPECT_STREQ("", h.getValue());
-    EXPECT_EQ("", dumped(h));
-    h.parse("; boundary=x");
-    EXPECT_STREQ("", h.getValue());
-    EXPECT_STREQ("x", h.getAttribute("boundary"));
-    h.parse("a; empty=\"\"; bare=; flag");
-    EXPECT_STREQ("", h.getAttribute("empty"));
-    EXPECT_STREQ("", h.getAttribute("bare"));
-    EXPECT_STREQ("", h.getAttribute("flag"));
-    EXPECT_EQ("a; empty=\"\"; bare=\"\"; flag", dumped(h));
-}
-
-TEST(HTTPHeader, UnquotedValuesOfLenientPeers) {
-    HTTPHeader h;
-    h.parse("multipart/related;boundary==_=x=_=?;type=text/xml ;start=<a@b>");
-    EXPECT_STREQ("=_=x=_=?", h.getAttribute("boundary"));
-    EXPECT_STREQ("text/xml", h.getAttribute("type"));
-    EXPECT_STREQ("<a@b>", h.getAttribute("start"));
-    EXPECT_EQ("multipart/related; boundary=\"=_=x=_=?\"; type=\"text/xml\"; start=\"<a@b>\"", dumped(h));
-}
-
-TEST(HTTPHeader, QuotedMainValueKeepsItsSemicolons) {
-    HTTPHeader h;
-    h.parse(" \"urn:svc;op\" ");
-    EXPECT_STREQ("\"urn:svc;op\"", h.getValue());
-    EXPECT_EQ(0u, h.getAttributeCount());
-    EXPECT_EQ("\"\"", dumpOf("\"\""));
-}
-
-TEST(HTTPHeader, AttributesKeepTheirOrderAndTheFirstOfTwinsWins) {
-    HTTPHeader h;
-    h.parse("x; b=2; a=1; B=3");
-    EXPECT_STREQ("2", h.getAttribute("b"));
-    EXPECT_EQ("x; b=2; a=1; B=3", dumped(h));
-}
-
-TEST(HTTPHeader, ParseReplacesEarlierContents) {
-    HTTPHeader h;
-    h.parse("a; x=1");
-    h.parse("b");
-    EXPECT_STREQ("b", h.getValue());
-    EXPECT_EQ(nullptr, h.getAttribute("x"));
-}
-
-TEST(HTTPHeader, BrokenInputsAreTakenAsFarAsTheyGo) {
-    EXPECT_EQ("a; b=\"open;c=d\"", dumpOf("a; b=\"open;c=d"));   // unterminated quote runs to the end
-    EXPECT_EQ("a; b=\"x\\\\\"", dumpOf("a; b=\"x\\"));          // lone backslash kept
-    EXPECT_EQ("a; b=x", dumpOf("a;;; b=x trailing junk;;"));    // empty attributes and junk dropped
-    EXPECT_EQ("a", dumpOf("a; =v; = ;"));                       // nameless attributes dropped
-    EXPECT_EQ("\"unclosed; x=y", dumpOf("\"unclosed; x=y"));    // main value swallows the rest
+// Each row: the text parsed, the main value (nullptr: not checked), the
+// attributes looked up (kAbsent: no such attribute) and what dump writes.
+TEST(HTTPHeader, ParseLookUpAndDump) {
+    struct Row {
+        const char* text;
+        const char* value;
+        std::vector<std::pair<const char*, const char*>> attributes;
+        std::string dump;
+    };
+    const std::vector<Row> rows = {
+        {" multipart/related; type=\"text/xml\"; boundary=\"=_=vorna-mp-boundary=_=\"\r\n", "multipart/related",
+         {{"type", "text/xml"}, {"boundary", "=_=vorna-mp-boundary=_="}},
+         "multipart/related; type=\"text/xml\"; boundary=\"=_=vorna-mp-boundary=_=\""},
+        // Escapes are resolved and written back.
+        {"a/b; q=\"x\\\"y\\\\z;w\"; next=1", "a/b", {{"q", "x\"y\\z;w"}, {"next", "1"}},
+         "a/b; q=\"x\\\"y\\\\z;w\"; next=1"},
+        // Names match in any case and keep their case in the dump.
+        {"Text/XML; CharSet=UTF-8", "Text/XML", {{"charset", "UTF-8"}, {"CHARSET", "UTF-8"}},
+         "Text/XML; CharSet=UTF-8"},
+        {"multipart/related; type=text/xml", nullptr,
+         {{"boundary", kAbsent}, {"typ", kAbsent}, {"types", kAbsent}, {nullptr, kAbsent}},
+         "multipart/related; type=\"text/xml\""},
+        {nullptr, "", {}, ""},
+        {" \t\r\n", "", {}, ""},
+        {"; boundary=x", "", {{"boundary", "x"}}, "; boundary=x"},
+        {"a; empty=\"\"; bare=; flag", "a", {{"empty", ""}, {"bare", ""}, {"flag", ""}},
+         "a; empty=\"\"; bare=\"\"; flag"},
+        // Unquoted values of lenient peers.
+        {"multipart/related;boundary==_=x=_=?;type=text/xml ;start=<a@b>", nullptr,
+         {{"boundary", "=_=x=_=?"}, {"type", "text/xml"}, {"start", "<a@b>"}},
+         "multipart/related; boundary=\"=_=x=_=?\"; type=\"text/xml\"; start=\"<a@b>\""},
+        // A quoted main value keeps its semicolons.
+        {" \"urn:svc;op\" ", "\"urn:svc;op\"", {}, "\"urn:svc;op\""},
+        {"\"\"", nullptr, {}, "\"\""},
+        // Attributes keep their order and the first of twins wins.
+        {"x; b=2; a=1; B=3", nullptr, {{"b", "2"}}, "x; b=2; a=1; B=3"},
+        // Broken inputs are taken as far as they go.
+        {"a; b=\"open;c=d", nullptr, {}, "a; b=\"open;c=d\""},
+        {"a; b=\"x\\", nullptr, {}, "a; b=\"x\\\\\""},
+        {"a;;; b=x trailing junk;;", nullptr, {}, "a; b=x"},
+        {"a; =v; = ;", nullptr, {}, "a"},
+        {"\"unclosed; x=y", nullptr, {}, "\"unclosed; x=y"},
+    };
+    HTTPHeader reused;
+    EXPECT_STREQ("", reused.getValue());
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.text ? r.text : "(null)");
+        HTTPHeader h;
+        h.parse(r.text);
+        if (r.value) {
+            EXPECT_STREQ(r.value, h.getValue());
+        }
+        for (const auto& a : r.attributes) {
+            if (a.second == kAbsent) {
+                EXPECT_EQ(nullptr, h.getAttribute(a.first)) << (a.first ? a.first : "(null)");
+            } else {
+                EXPECT_STREQ(a.second, h.getAttribute(a.first)) << a.first;
+            }
+        }
+        if (r.text && r.text[0] == ' ' && r.text[1] == '"') {
+            EXPECT_EQ(0u, h.getAttributeCount());
+        }
+        EXPECT_EQ(r.dump, dumped(h));
+        // Parsing again replaces all earlier contents.
+        reused.parse(r.text);
+        EXPECT_EQ(r.dump, dumped(reused));
+    }
 }
 
 // Any byte string: no crash, and what dump writes parses back to the same thing.
@@ -139,15 +113,12 @@ TEST(HTTPHeader, ArbitraryBytesNeverBreakItAndDumpRoundTrips) {
 }
 
 TEST(HTTPMessage, TrimRemovesBlanksTabsAndLineEndsOnly) {
-    std::string text = " \t\r\n Content-Type \v\r\n";
-    HTTPMessage::trim(text);
-    EXPECT_EQ("Content-Type \v", text);
-    std::string blank = " \r\n\t";
-    HTTPMessage::trim(blank);
-    EXPECT_EQ("", blank);
-    std::string inner = "a  b";
-    HTTPMessage::trim(inner);
-    EXPECT_EQ("a  b", inner);
+    for (const auto& row : std::vector<std::pair<std::string, std::string>>{
+             {" \t\r\n Content-Type \v\r\n", "Content-Type \v"}, {" \r\n\t", ""}, {"a  b", "a  b"}}) {
+        std::string text = row.first;
+        HTTPMessage::trim(text);
+        EXPECT_EQ(row.second, text);
+    }
 }
 
 }  // namespace

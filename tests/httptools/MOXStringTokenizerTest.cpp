@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "moxcore/MOXErrors.h"
 #include "moxhttptools/MOXStringTokenizer.h"
@@ -8,71 +10,40 @@
 
 namespace {
 
-TEST(MOXStringTokenizer, RunsOfMixedDelimitersAreOneGap) {
-    MOXStringTokenizer t(" \t POST \t\t /a  HTTP/1.1\t ", " \t", 0);
-    EXPECT_EQ("POST", t.nextToken());
-    EXPECT_EQ("/a", t.nextToken());
-    EXPECT_EQ("HTTP/1.1", t.nextToken());
-    EXPECT_EQ(0, t.hasMoreTokens());
-    EXPECT_THROW(t.nextToken(), NoSuchElementExceptionST);
-}
-
-TEST(MOXStringTokenizer, TheRestAfterTheLastTokenIsEmpty) {
-    MOXStringTokenizer t("HTTP/1.1 200", " \t", 0);
-    t.nextToken();
-    t.nextToken();
-    EXPECT_EQ("", t.theRest());
-}
-
-TEST(MOXStringTokenizer, TheRestSkipsOnlyTheGapAfterTheToken) {
-    MOXStringTokenizer t("HTTP/1.1 \t200 \t OK  fine\t", " \t", 0);
-    t.nextToken();
-    t.nextToken();
-    EXPECT_EQ("OK  fine\t", t.theRest());
-    // theRest takes nothing away.
-    EXPECT_EQ("OK", t.nextToken());
-    EXPECT_EQ("fine\t", t.theRest());
-}
-
-TEST(MOXStringTokenizer, TheRestOfTrailingDelimitersIsEmpty) {
-    MOXStringTokenizer t("HTTP/1.1 200 \t ", " \t", 0);
-    t.nextToken();
-    t.nextToken();
-    EXPECT_EQ("", t.theRest());
-}
-
-TEST(MOXStringTokenizer, TheRestBeforeAnyTokenDropsLeadingDelimiters) {
-    MOXStringTokenizer t("  a b", " ", 0);
-    EXPECT_EQ("a b", t.theRest());
-}
-
-TEST(MOXStringTokenizer, EmptyNullAndDelimiterOnlyTextsHaveNoToken) {
-    for (const char* text : {"", " \t \t", static_cast<const char*>(nullptr)}) {
-        MOXStringTokenizer t(text, " \t", 0);
+// Each row: text, delimiters, tokens taken first, then what theRest gives and
+// the tokens still to come (theRest takes nothing away).
+TEST(MOXStringTokenizer, TokensAndTheRest) {
+    struct Row {
+        const char* text;
+        const char* delims;
+        std::vector<std::string> first;
+        std::string rest;
+        std::vector<std::string> after;
+    };
+    const std::vector<Row> rows = {
+        {" \t POST \t\t /a  HTTP/1.1\t ", " \t", {"POST", "/a", "HTTP/1.1"}, "", {}},
+        {"HTTP/1.1 200", " \t", {"HTTP/1.1", "200"}, "", {}},
+        {"HTTP/1.1 \t200 \t OK  fine\t", " \t", {"HTTP/1.1", "200"}, "OK  fine\t", {"OK", "fine"}},
+        {"HTTP/1.1 200 \t ", " \t", {"HTTP/1.1", "200"}, "", {}},
+        {"  a b", " ", {}, "a b", {"a", "b"}},
+        {"a,,b;c", ",;", {"a"}, "b;c", {"b", "c"}},
+        {"", " \t", {}, "", {}},
+        {" \t \t", " \t", {}, "", {}},
+        {nullptr, " \t", {}, "", {}},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.text ? r.text : "(null)");
+        MOXStringTokenizer t(r.text, r.delims, 0);
+        for (const std::string& token : r.first) EXPECT_EQ(token, t.nextToken());
+        EXPECT_EQ(r.rest, t.theRest());
+        for (const std::string& token : r.after) EXPECT_EQ(token, t.nextToken());
         EXPECT_EQ(0, t.hasMoreTokens());
+        // A failed nextToken leaves the position alone.
+        EXPECT_THROW(t.nextToken(), NoSuchElementExceptionST);
         EXPECT_THROW(t.nextToken(), NoSuchElementExceptionST);
         EXPECT_EQ("", t.theRest());
     }
-}
-
-TEST(MOXStringTokenizer, FailedNextTokenLeavesThePositionAlone) {
-    MOXStringTokenizer t("a  ", " ", 0);
-    t.nextToken();
-    EXPECT_THROW(t.nextToken(), NoSuchElementExceptionST);
-    EXPECT_THROW(t.nextToken(), NoSuchElementExceptionST);
-    EXPECT_EQ("", t.theRest());
-}
-
-TEST(MOXStringTokenizer, NonBlankDelimitersWork) {
-    MOXStringTokenizer t("a,,b;c", ",;", 0);
-    EXPECT_EQ("a", t.nextToken());
-    EXPECT_EQ("b;c", t.theRest());
-    EXPECT_EQ("b", t.nextToken());
-    EXPECT_EQ("c", t.nextToken());
-}
-
-TEST(MOXStringTokenizer, NonZeroFlagIsRefused) {
-    EXPECT_THROW(MOXStringTokenizer("a", " ", 1), MOXIllegalArgumentError);
+    EXPECT_THROW(MOXStringTokenizer("a", " ", 1), MOXIllegalArgumentError) << "a non-zero flag is refused";
 }
 
 TEST(NoSuchElementExceptionST, IsACoreErrorWithItsOwnNameCloneAndTrace) {

@@ -48,47 +48,26 @@ void writeTwoParts(MultipartHttpMsg& sender) {
     sender.finish();
 }
 
-TEST(MultipartHttpMsg, RequestWithLengthAndHostFromTheAuthority) {
-    RecordingOutputStream out;
-    MultipartHttpMsg sender(out, 0, kBoundary);
-    sender.startRequest("/soap/svc", 0);
-    sender.setAuthority("example.org:8080");
-    sender.setHeader("SOAPAction", "\"\"");
-    writeTwoParts(sender);
-    EXPECT_EQ(
-        "POST /soap/svc HTTP/1.1\r\n"
-        "Host: example.org:8080\r\n"
-        "SOAPAction: \"\"\r\n"
-        "MIME-Version: 1.0\r\n"
-        "Content-Type: multipart/related; type=\"text/xml\"; boundary=\"=_=vorna-mp-boundary=_=\"\r\n"
-        "Content-Length: 294\r\n"
-        "\r\n" +
-            kMultipartBody,
-        out.all());
+// With a length and the host from the authority, then chunked with a host the caller set.
+TEST(MultipartHttpMsg, RequestWithLengthOrChunked) {
     ASSERT_EQ(294u, kMultipartBody.size());
-    EXPECT_EQ(1u, out.writeCount());
-}
-
-TEST(MultipartHttpMsg, ChunkedRequestWithACallerSetHost) {
-    RecordingOutputStream out;
-    MultipartHttpMsg sender(out, 4000, kBoundary);
-    sender.startRequest("/soap/svc", 0);
-    sender.setAuthority("example.org:8080");
-    sender.setHeader("SOAPAction", "\"\"");
-    sender.setHeader("host", "proxy.example:3128");
-    writeTwoParts(sender);
-    EXPECT_EQ(
-        "POST /soap/svc HTTP/1.1\r\n"
-        "SOAPAction: \"\"\r\n"
-        "host: proxy.example:3128\r\n"
-        "MIME-Version: 1.0\r\n"
-        "Content-Type: multipart/related; type=\"text/xml\"; boundary=\"=_=vorna-mp-boundary=_=\"\r\n"
-        "Transfer-Encoding: chunked\r\n"
-        "\r\n"
-        "126\r\n" +
-            kMultipartBody + "\r\n0\r\n\r\n",
-        out.all());
-    EXPECT_EQ(1u, out.writeCount());
+    const std::string type =
+        "MIME-Version: 1.0\r\nContent-Type: multipart/related; type=\"text/xml\"; boundary=\"=_=vorna-mp-boundary=_=\"\r\n";
+    for (int chunk : {0, 4000}) {
+        RecordingOutputStream out;
+        MultipartHttpMsg sender(out, chunk, kBoundary);
+        sender.startRequest("/soap/svc", 0);
+        sender.setAuthority("example.org:8080");
+        sender.setHeader("SOAPAction", "\"\"");
+        if (chunk) sender.setHeader("host", "proxy.example:3128");
+        writeTwoParts(sender);
+        EXPECT_EQ(chunk ? "POST /soap/svc HTTP/1.1\r\nSOAPAction: \"\"\r\nhost: proxy.example:3128\r\n" + type +
+                              "Transfer-Encoding: chunked\r\n\r\n126\r\n" + kMultipartBody + "\r\n0\r\n\r\n"
+                        : "POST /soap/svc HTTP/1.1\r\nHost: example.org:8080\r\nSOAPAction: \"\"\r\n" + type +
+                              "Content-Length: 294\r\n\r\n" + kMultipartBody,
+                  out.all());
+        EXPECT_EQ(1u, out.writeCount());
+    }
 }
 
 TEST(MultipartHttpMsg, ResponseWithSmallChunks) {
@@ -125,20 +104,8 @@ TEST(MultipartHttpMsg, PartWithoutContentStillGetsItsHeaderBlock) {
     EXPECT_EQ("--b\r\nContent-ID: 0\r\n\r\n\r\n--b\r\n\r\n\r\n--b--\r\n", all.substr(all.find("\r\n\r\n") + 4));
 }
 
-TEST(MultipartHttpMsg, NoPartAtAllGivesTheClosingDelimiterAlone) {
-    RecordingOutputStream out;
-    MultipartHttpMsg sender(out, 0, "b");
-    sender.startRequest("/", 0);
-    sender.setAuthority("h");
-    sender.finish();
-    EXPECT_EQ(
-        "POST / HTTP/1.1\r\nHost: h\r\nMIME-Version: 1.0\r\n"
-        "Content-Type: multipart/related; type=\"text/xml\"; boundary=\"b\"\r\n"
-        "Content-Length: 7\r\n\r\n--b--\r\n",
-        out.all());
-}
-
-TEST(MultipartHttpMsg, CallerCannotOverrideTheMultipartHead) {
+// No part at all gives the closing delimiter alone; the caller cannot override the multipart head.
+TEST(MultipartHttpMsg, NoPartAtAllAndTheHeadIsTheSenders) {
     RecordingOutputStream out;
     MultipartHttpMsg sender(out, 0, "b");
     sender.startRequest("/", 0);
@@ -184,18 +151,6 @@ TEST(MultipartHttpMsg, SecondFinishWritesNothing) {
     EXPECT_THROW(sender.addOnePiece(0), MOXIllegalStateError);
 }
 
-TEST(MultipartHttpMsg, PartHeadersAreFixedOnceContentFlows) {
-    RecordingOutputStream out;
-    MultipartHttpMsg sender(out, 0, "b");
-    sender.startResponse(200, "OK");
-    OnePieceHttpMsg* part = sender.addOnePiece(0);
-    part->setHeader("A", "1");
-    writeText(*part, "x");
-    EXPECT_THROW(part->setHeader("B", "2"), MOXIllegalStateError);
-    EXPECT_THROW(part->startRequest("/", 0), MOXIllegalStateError);
-    sender.endPart(part);
-}
-
 TEST(MultipartHttpMsg, PartsHaveNoStartLineAndNoHost) {
     RecordingOutputStream out;
     MultipartHttpMsg sender(out, 0, "b");
@@ -214,28 +169,24 @@ TEST(MultipartHttpMsg, PartsHaveNoStartLineAndNoHost) {
     EXPECT_EQ("--b\r\nContent-Length: 5\r\n\r\nabcde\r\n--b--\r\n", all.substr(all.find("\r\n\r\n") + 4));
 }
 
-TEST(MultipartHttpMsg, OnePartAtATime) {
+TEST(MultipartHttpMsg, OnePartAtATimeHeadersFixedOnceContentFlowsForeignPartsRefused) {
     RecordingOutputStream out;
     MultipartHttpMsg sender(out, 0, "b");
+    MultipartHttpMsg other(out, 0, "c");
     sender.startResponse(200, "OK");
+    other.startResponse(200, "OK");
     EXPECT_THROW(sender.addOnePiece(1), MOXIllegalArgumentError);
     OnePieceHttpMsg* part = sender.addOnePiece(0);
     EXPECT_THROW(sender.addOnePiece(0), MOXIllegalStateError);
     EXPECT_THROW(sender.finish(), MOXIllegalStateError);
+    part->setHeader("A", "1");
+    writeText(*part, "x");
+    EXPECT_THROW(part->setHeader("B", "2"), MOXIllegalStateError);
+    EXPECT_THROW(part->startRequest("/", 0), MOXIllegalStateError);
+    EXPECT_THROW(other.endPart(part), MOXIllegalArgumentError);
+    writeText(*part, "still usable");
     sender.endPart(part);
     sender.finish();
-}
-
-TEST(MultipartHttpMsg, AForeignPartIsRefusedAndLeftToItsOwner) {
-    RecordingOutputStream out;
-    MultipartHttpMsg first(out, 0, "b");
-    MultipartHttpMsg second(out, 0, "c");
-    first.startResponse(200, "OK");
-    second.startResponse(200, "OK");
-    OnePieceHttpMsg* part = first.addOnePiece(0);
-    EXPECT_THROW(second.endPart(part), MOXIllegalArgumentError);
-    writeText(*part, "still usable");
-    first.endPart(part);
 }
 
 TEST(MultipartHttpMsg, BoundariesOutsideTheMimeRulesAreRefused) {
@@ -264,15 +215,12 @@ TEST(MultipartHttpMsg, AnOpenPartMayOutliveItsMessage) {
     EXPECT_THROW(writeText(*part, "x"), MOXIllegalStateError);
     delete part;
     EXPECT_EQ(0u, out.writeCount());
-}
 
-TEST(MultipartHttpMsg, APartDeletedWithoutEndPartIsForgotten) {
-    RecordingOutputStream out;
+    // A part deleted without endPart is forgotten.
     MultipartHttpMsg sender(out, 0, "b");
     sender.startResponse(200, "OK");
     delete sender.addOnePiece(0);
-    OnePieceHttpMsg* next = sender.addOnePiece(0);
-    sender.endPart(next);
+    sender.endPart(sender.addOnePiece(0));
     sender.finish();
 }
 

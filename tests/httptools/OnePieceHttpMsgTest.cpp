@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "RecordingOutputStream.h"
 #include "moxcore/MOXErrors.h"
@@ -8,192 +10,123 @@
 
 namespace {
 
-void envelopeHeaders(HttpMsgNode& sender) {
-    sender.setHeader("SOAPAction", "\"\"");
-    sender.setHeader("Content-Type", "text/xml; charset=UTF-8");
-    sender.setHeader("Content-ID", "envelope");
-}
-
 void writeText(OnePieceHttpMsg& sender, const std::string& text) {
     sender.body.write(text.data(), static_cast<unsigned>(text.size()));
 }
 
-TEST(OnePieceHttpMsg, ChunkedRequestBytes) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 4000);
-    sender.startRequest("/soap/svc", 0);
-    sender.setAuthority("example.org:8080");
-    envelopeHeaders(sender);
-    writeText(sender, "<e>");
-    writeText(sender, "</e>");
-    sender.finish();
-    EXPECT_EQ(
-        "POST /soap/svc HTTP/1.1\r\n"
-        "Host: example.org:8080\r\n"
-        "SOAPAction: \"\"\r\n"
-        "Content-Type: text/xml; charset=UTF-8\r\n"
-        "Content-ID: envelope\r\n"
-        "Transfer-Encoding: chunked\r\n"
-        "\r\n"
-        "7\r\n<e></e>\r\n"
-        "0\r\n\r\n",
-        out.all());
-    EXPECT_EQ(1u, out.writeCount());
-    EXPECT_EQ(1u, out.flushCount());
-}
-
-TEST(OnePieceHttpMsg, RequestWithLengthBytes) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 0);
-    sender.startRequest("/soap/svc", 0);
-    sender.setAuthority("example.org");
-    envelopeHeaders(sender);
-    writeText(sender, "<e>");
-    writeText(sender, "</e>");
-    EXPECT_EQ(0u, out.writeCount()) << "the length goes first, so nothing may leave before finish";
-    sender.finish();
-    EXPECT_EQ(
-        "POST /soap/svc HTTP/1.1\r\n"
-        "Host: example.org\r\n"
-        "SOAPAction: \"\"\r\n"
-        "Content-Type: text/xml; charset=UTF-8\r\n"
-        "Content-ID: envelope\r\n"
-        "Content-Length: 7\r\n"
-        "\r\n"
-        "<e></e>",
-        out.all());
-    EXPECT_EQ(1u, out.writeCount());
-}
-
-TEST(OnePieceHttpMsg, ResponsesNeverGetAHost) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 0);
-    sender.setAuthority("example.org");
-    sender.startResponse(500, "Internal Server Error");
-    sender.setHeader("Content-Type", "text/xml");
-    writeText(sender, "<f/>");
-    sender.finish();
-    EXPECT_EQ(
-        "HTTP/1.1 500 Internal Server Error\r\n"
-        "Content-Type: text/xml\r\n"
-        "Content-Length: 4\r\n"
-        "\r\n"
-        "<f/>",
-        out.all());
-}
-
-TEST(OnePieceHttpMsg, ChunkedResponseWithNullReasonAndEmptyBody) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 2);
-    sender.startResponse(204, nullptr);
-    sender.finish();
-    EXPECT_EQ("HTTP/1.1 204 \r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", out.all());
-}
-
-TEST(OnePieceHttpMsg, ChunksRespectTheChunkSize) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 2);
-    sender.startRequest("/", 0);
-    sender.setAuthority("h");
-    writeText(sender, "abc");
-    writeText(sender, "d");
-    writeText(sender, "e");
-    sender.finish();
-    EXPECT_EQ("POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n"
-              "2\r\nab\r\n2\r\ncd\r\n1\r\ne\r\n0\r\n\r\n",
-              out.all());
-}
-
-TEST(OnePieceHttpMsg, CallerSetHostInAnyCaseReplacesTheAuthority) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 0);
-    sender.startRequest("/a", 0);
-    sender.setAuthority("example.org");
-    sender.setHeader("SOAPAction", "x");
-    sender.setHeader("hOST", "other:81");
-    sender.finish();
-    EXPECT_EQ("POST /a HTTP/1.1\r\nSOAPAction: x\r\nhOST: other:81\r\nContent-Length: 0\r\n\r\n", out.all());
-}
-
-TEST(OnePieceHttpMsg, HostWithoutAuthorityComesFromAnAbsoluteTargetOrIsEmpty) {
-    RecordingOutputStream absolute;
-    OnePieceHttpMsg a(absolute, 0);
-    a.startRequest("http://user:pw@example.org:8080/soap?x=1", 0);
-    a.finish();
-    EXPECT_EQ("POST http://user:pw@example.org:8080/soap?x=1 HTTP/1.1\r\nHost: example.org:8080\r\n"
-              "Content-Length: 0\r\n\r\n",
-              absolute.all());
-
-    RecordingOutputStream emptyAuthority;
-    OnePieceHttpMsg e(emptyAuthority, 0);
-    e.setAuthority("");  // a connection that knows no authority
-    e.startRequest("http://example.org/soap", 0);
-    e.finish();
-    EXPECT_EQ("POST http://example.org/soap HTTP/1.1\r\nHost: example.org\r\nContent-Length: 0\r\n\r\n",
-              emptyAuthority.all());
-
-    RecordingOutputStream origin;
-    OnePieceHttpMsg o(origin, 0);
-    o.startRequest("/soap", 0);
-    o.setAuthority("forgotten");
-    o.setAuthority(nullptr);
-    o.finish();
-    EXPECT_EQ("POST /soap HTTP/1.1\r\nHost:\r\nContent-Length: 0\r\n\r\n", origin.all());
-}
-
-TEST(OnePieceHttpMsg, RequestTargetIsNeverEmptyAndNeverBreaksTheLine) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 0);
-    sender.startRequest("", 0);
-    sender.startRequest("/a b\r\n\xE4", 0);  // the later start line counts
-    sender.setAuthority("h");
-    sender.finish();
-    EXPECT_EQ("POST /a%20b%0D%0A%E4 HTTP/1.1\r\nHost: h\r\nContent-Length: 0\r\n\r\n", out.all());
-
-    RecordingOutputStream root;
-    OnePieceHttpMsg r(root, 0);
-    r.startRequest(nullptr, 0);
-    r.setAuthority("h");
-    r.finish();
-    EXPECT_EQ("POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 0\r\n\r\n", root.all());
-}
-
-TEST(OnePieceHttpMsg, HeaderTextCannotEndALineEarly) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 0);
-    sender.startRequest("/", 0);
-    sender.setAuthority("h\r\nX: 1");
-    sender.setHeader("X-A\r\nEvil", "v\r\nInjected: yes\n");
-    sender.setHeader("X-Null", nullptr);
-    sender.finish();
-    EXPECT_EQ("POST / HTTP/1.1\r\nHost: h  X: 1\r\nX-A  Evil: v  Injected: yes \r\nX-Null:\r\n"
-              "Content-Length: 0\r\n\r\n",
-              out.all());
-}
-
-TEST(OnePieceHttpMsg, CallerFramingHeadersGiveWayToTheSenders) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 16);
-    sender.startRequest("/", 0);
-    sender.setAuthority("h");
-    sender.setHeader("content-length", "99");
-    sender.setHeader("Transfer-Encoding", "gzip");
-    writeText(sender, "x");
-    sender.finish();
-    EXPECT_EQ("POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nx\r\n0\r\n\r\n", out.all());
-}
-
-TEST(OnePieceHttpMsg, SecondFinishWritesNothing) {
-    RecordingOutputStream out;
-    OnePieceHttpMsg sender(out, 10);
-    sender.startRequest("/", 0);
-    writeText(sender, "abc");
-    sender.finish();
-    std::string once = out.all();
-    std::size_t writes = out.writeCount();
-    sender.finish();
-    EXPECT_EQ(once, out.all());
-    EXPECT_EQ(writes, out.writeCount());
+// Each row: chunk size, what the caller does before finish, the bytes sent.
+TEST(OnePieceHttpMsg, WireBytes) {
+    struct Row {
+        const char* what;
+        int chunk;
+        std::function<void(OnePieceHttpMsg&)> fill;
+        std::string wire;
+    };
+    const auto envelope = [](OnePieceHttpMsg& s, const char* authority) {
+        s.startRequest("/soap/svc", 0);
+        s.setAuthority(authority);
+        s.setHeader("SOAPAction", "\"\"");
+        s.setHeader("Content-Type", "text/xml; charset=UTF-8");
+        s.setHeader("Content-ID", "envelope");
+        writeText(s, "<e>");
+        writeText(s, "</e>");
+    };
+    const std::string envelopeHead =
+        "SOAPAction: \"\"\r\nContent-Type: text/xml; charset=UTF-8\r\nContent-ID: envelope\r\n";
+    const std::vector<Row> rows = {
+        {"chunked request", 4000, [&](OnePieceHttpMsg& s) { envelope(s, "example.org:8080"); },
+         "POST /soap/svc HTTP/1.1\r\nHost: example.org:8080\r\n" + envelopeHead +
+             "Transfer-Encoding: chunked\r\n\r\n7\r\n<e></e>\r\n0\r\n\r\n"},
+        {"request with a length", 0, [&](OnePieceHttpMsg& s) { envelope(s, "example.org"); },
+         "POST /soap/svc HTTP/1.1\r\nHost: example.org\r\n" + envelopeHead + "Content-Length: 7\r\n\r\n<e></e>"},
+        {"responses never get a host", 0,
+         [](OnePieceHttpMsg& s) {
+             s.setAuthority("example.org");
+             s.startResponse(500, "Internal Server Error");
+             s.setHeader("Content-Type", "text/xml");
+             writeText(s, "<f/>");
+         },
+         "HTTP/1.1 500 Internal Server Error\r\nContent-Type: text/xml\r\nContent-Length: 4\r\n\r\n<f/>"},
+        {"null reason, empty chunked body", 2, [](OnePieceHttpMsg& s) { s.startResponse(204, nullptr); },
+         "HTTP/1.1 204 \r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n"},
+        {"chunks respect the chunk size", 2,
+         [](OnePieceHttpMsg& s) {
+             s.startRequest("/", 0);
+             s.setAuthority("h");
+             writeText(s, "abc");
+             writeText(s, "d");
+             writeText(s, "e");
+         },
+         "POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n2\r\ncd\r\n1\r\ne\r\n0\r\n\r\n"},
+        {"caller's Host in any case replaces the authority", 0,
+         [](OnePieceHttpMsg& s) {
+             s.startRequest("/a", 0);
+             s.setAuthority("example.org");
+             s.setHeader("SOAPAction", "x");
+             s.setHeader("hOST", "other:81");
+         },
+         "POST /a HTTP/1.1\r\nSOAPAction: x\r\nhOST: other:81\r\nContent-Length: 0\r\n\r\n"},
+        {"host from an absolute target", 0,
+         [](OnePieceHttpMsg& s) { s.startRequest("http://user:pw@example.org:8080/soap?x=1", 0); },
+         "POST http://user:pw@example.org:8080/soap?x=1 HTTP/1.1\r\nHost: example.org:8080\r\nContent-Length: 0\r\n\r\n"},
+        {"empty authority: host from the target", 0,
+         [](OnePieceHttpMsg& s) {
+             s.setAuthority("");
+             s.startRequest("http://example.org/soap", 0);
+         },
+         "POST http://example.org/soap HTTP/1.1\r\nHost: example.org\r\nContent-Length: 0\r\n\r\n"},
+        {"no authority, origin target: empty host", 0,
+         [](OnePieceHttpMsg& s) {
+             s.startRequest("/soap", 0);
+             s.setAuthority("forgotten");
+             s.setAuthority(nullptr);
+         },
+         "POST /soap HTTP/1.1\r\nHost:\r\nContent-Length: 0\r\n\r\n"},
+        {"the later start line counts; the target never breaks the line", 0,
+         [](OnePieceHttpMsg& s) {
+             s.startRequest("", 0);
+             s.startRequest("/a b\r\n\xE4", 0);
+             s.setAuthority("h");
+         },
+         "POST /a%20b%0D%0A%E4 HTTP/1.1\r\nHost: h\r\nContent-Length: 0\r\n\r\n"},
+        {"null target is the root", 0,
+         [](OnePieceHttpMsg& s) {
+             s.startRequest(nullptr, 0);
+             s.setAuthority("h");
+         },
+         "POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 0\r\n\r\n"},
+        {"header text cannot end a line early", 0,
+         [](OnePieceHttpMsg& s) {
+             s.startRequest("/", 0);
+             s.setAuthority("h\r\nX: 1");
+             s.setHeader("X-A\r\nEvil", "v\r\nInjected: yes\n");
+             s.setHeader("X-Null", nullptr);
+         },
+         "POST / HTTP/1.1\r\nHost: h  X: 1\r\nX-A  Evil: v  Injected: yes \r\nX-Null:\r\nContent-Length: 0\r\n\r\n"},
+        {"caller framing headers give way to the sender's", 16,
+         [](OnePieceHttpMsg& s) {
+             s.startRequest("/", 0);
+             s.setAuthority("h");
+             s.setHeader("content-length", "99");
+             s.setHeader("Transfer-Encoding", "gzip");
+             writeText(s, "x");
+         },
+         "POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nx\r\n0\r\n\r\n"},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.what);
+        RecordingOutputStream out;
+        OnePieceHttpMsg sender(out, r.chunk);
+        r.fill(sender);
+        EXPECT_EQ(0u, out.writeCount()) << "nothing leaves before finish";
+        sender.finish();
+        EXPECT_EQ(r.wire, out.all());
+        EXPECT_EQ(1u, out.writeCount());
+        EXPECT_EQ(1u, out.flushCount());
+        sender.finish();  // a second finish writes nothing
+        EXPECT_EQ(r.wire, out.all());
+        EXPECT_EQ(1u, out.writeCount());
+    }
 }
 
 TEST(OnePieceHttpMsg, MisuseIsRefused) {
