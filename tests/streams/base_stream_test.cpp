@@ -36,36 +36,30 @@ private:
     size_t m_pos = 0;
 };
 
-TEST(BaseStream, DefaultCountedReadTakesOneByteSoItNeverWaitsForASecond) {
-    ByteSource s("ab");
+// The default counted read takes one byte, so it never waits for a second;
+// readFully collects until the count or the end.
+TEST(BaseStream, CountedReadTakesOneByteAndReadFullyCollects) {
+    ByteSource s("abcdefgh");
     char buf[10];
     EXPECT_EQ(0u, s.read(buf, 0));
     EXPECT_EQ(0u, s.byteReads);
     ASSERT_EQ(1u, s.read(buf, 10));
     EXPECT_EQ('a', buf[0]);
     ASSERT_EQ(1u, s.read(buf, 10));
-    EXPECT_EQ(PNX_EOF, s.read(buf, 10));
-}
-
-TEST(BaseStream, ReadFullyCollectsUntilTheCountOrTheEnd) {
-    ByteSource s("abcdef");
-    char buf[10];
     ASSERT_EQ(4u, s.readFully(buf, 4));
-    EXPECT_EQ("abcd", std::string(buf, 4));
+    EXPECT_EQ("cdef", std::string(buf, 4));
     MOXByteBuffer b;
     b << ">";
     EXPECT_EQ(2u, s.readFully(b, 5));
-    EXPECT_STREQ(">ef", b.str());
+    EXPECT_STREQ(">gh", b.str());
+    EXPECT_EQ(PNX_EOF, s.read(buf, 10));
     EXPECT_EQ(PNX_EOF, s.readFully(buf, 4));
     EXPECT_EQ(PNX_EOF, s.readFully(b, 4));
     EXPECT_EQ(0u, s.readFully(buf, 0));
-}
 
-TEST(BaseStream, ReadFullyOverAStreamThatDeliversOneByteAtATime) {
     MemoryInputStream in("0123456789", 1);
-    PNXBufferedInputStream s(in, 4);
-    char buf[10];
-    ASSERT_EQ(10u, s.readFully(buf, 10));
+    PNXBufferedInputStream one(in, 4);
+    ASSERT_EQ(10u, one.readFully(buf, 10)) << "over a stream that delivers one byte at a time";
     EXPECT_EQ("0123456789", std::string(buf, 10));
 }
 
@@ -80,29 +74,22 @@ TEST(BaseStream, UnreadIsRefusedWithABareText) {
     }
 }
 
+// A base stream, and a filter stream without an inner stream, have no time
+// limits and no cancellation.
 TEST(BaseStream, NoTimeLimitsOrCancellationByDefault) {
-    ByteSource s("x");
-    EXPECT_EQ(0, s.canTimeout());
-    EXPECT_EQ(0, s.setTimeout(5));
-    EXPECT_EQ(0, s.getTimeout());
-    EXPECT_EQ(0, s.canCancel());
-    EXPECT_EQ(0, s.setCancel(1));
-    EXPECT_EQ(0, s.getCancel());
-    s.cancel();
-    s.close();
-    EXPECT_EQ('x', s.read());
-}
-
-TEST(FilterStream, WithoutAnInnerStreamTheTimeLimitOperationsAnswerZero) {
-    PNXBufferedInputStream s(16);
-    EXPECT_EQ(0, s.canTimeout());
-    EXPECT_EQ(0, s.setTimeout(5));
-    EXPECT_EQ(0, s.getTimeout());
-    EXPECT_EQ(0, s.canCancel());
-    EXPECT_EQ(0, s.setCancel(1));
-    EXPECT_EQ(0, s.getCancel());
-    s.cancel();
-    s.close();
+    ByteSource base("x");
+    PNXBufferedInputStream filter(16);
+    for (PNXInputStream* s : {static_cast<PNXInputStream*>(&base), static_cast<PNXInputStream*>(&filter)}) {
+        EXPECT_EQ(0, s->canTimeout());
+        EXPECT_EQ(0, s->setTimeout(5));
+        EXPECT_EQ(0, s->getTimeout());
+        EXPECT_EQ(0, s->canCancel());
+        EXPECT_EQ(0, s->setCancel(1));
+        EXPECT_EQ(0, s->getCancel());
+        s->cancel();
+        s->close();
+    }
+    EXPECT_EQ('x', base.read());
 }
 
 TEST(FilterStream, TimeLimitOperationsFollowTheInnerStreamAfterWrapAndUnWrap) {

@@ -69,36 +69,26 @@ std::string decodeError(const std::string& wire, unsigned piece, ReadWay way = R
     return "";
 }
 
-TEST(ChunkedStreamDecoding, ValidCodingsDecodeAndLeaveTheTrailerInTheBufferedStream) {
+// Every coding decodes the same for every way of reading, one byte per read,
+// every single split and small buffers, and leaves the trailer in the buffered stream.
+TEST(ChunkedStreamDecoding, ValidCodingsDecodeTheSameForEverySplit) {
     for (const Coding& c : validCodings()) {
         for (ReadWay way : {ReadWay::Bytes, ReadWay::Chars, ReadWay::Buffer}) {
-            MemoryInputStream in(c.wire);
+            SCOPED_TRACE(std::string(c.name) + " " + readWayName(way));
             std::string after;
-            EXPECT_EQ(c.body, decode(way, 64, in, 1024, &after)) << c.name << " " << readWayName(way);
-            EXPECT_EQ(c.after, after) << c.name;
-        }
-    }
-}
-
-TEST(ChunkedStreamDecoding, EverySplitOfTheInputGivesTheSameBody) {
-    for (const Coding& c : validCodings()) {
-        for (ReadWay way : {ReadWay::Bytes, ReadWay::Chars, ReadWay::Buffer}) {
+            MemoryInputStream whole(c.wire);
+            EXPECT_EQ(c.body, decode(way, 64, whole, 1024, &after));
+            EXPECT_EQ(c.after, after);
             MemoryInputStream oneByte(c.wire, 1);
-            std::string after;
-            EXPECT_EQ(c.body, decode(way, 3, oneByte, 1024, &after)) << c.name << " one byte per read";
-            EXPECT_EQ(c.after, after) << c.name;
+            EXPECT_EQ(c.body, decode(way, 3, oneByte, 1024, &after)) << "one byte per read";
+            EXPECT_EQ(c.after, after);
             for (size_t cut = 0; cut <= c.wire.size(); ++cut) {
                 MemoryInputStream in(c.wire);
                 in.cutAt(cut);
-                EXPECT_EQ(c.body, decode(way, 5, in, 1024, &after)) << c.name << " cut at " << cut;
-                EXPECT_EQ(c.after, after) << c.name << " cut at " << cut;
+                EXPECT_EQ(c.body, decode(way, 5, in, 1024, &after)) << "cut at " << cut;
+                EXPECT_EQ(c.after, after) << "cut at " << cut;
             }
         }
-    }
-}
-
-TEST(ChunkedStreamDecoding, SmallBuffersGiveTheSameBody) {
-    for (const Coding& c : validCodings()) {
         for (int size : {1, 2, 3, 7}) {
             MemoryInputStream in(c.wire);
             std::string after;
@@ -108,37 +98,20 @@ TEST(ChunkedStreamDecoding, SmallBuffersGiveTheSameBody) {
     }
 }
 
-TEST(ChunkedStreamDecoding, AReadStopsAtTheEndOfItsChunk) {
+// A read stops at the end of its chunk, and its last byte is given without
+// waiting for the next head (a read that asks for it would wait on a connection).
+TEST(ChunkedStreamDecoding, AReadStopsAtTheEndOfItsChunkAndTheEndRepeats) {
     MemoryInputStream in("3\r\nabc\r\n4\r\ndefg\r\n0\r\n\r\n");
+    in.timeOutAt(6);
     PNXBufferedInputStream buffered(in, 1024);
     PNXChunkedInputStream chunked(buffered);
     char buf[100];
     ASSERT_EQ(3u, chunked.read(buf, 100));
     EXPECT_EQ("abc", std::string(buf, 3));
     MOXByteBuffer b;
+    EXPECT_THROW(chunked.read(b, 100), PNXIOTimeoutException);
     ASSERT_EQ(4u, chunked.read(b, 100));
     EXPECT_EQ("defg", std::string(b.str(), 4));
-    EXPECT_EQ(PNX_EOF, chunked.read(buf, 100));
-}
-
-TEST(ChunkedStreamDecoding, TheLastByteOfAChunkIsGivenWithoutWaitingForTheNextHead) {
-    // Everything after the chunk data is held back: a read that asks for the
-    // next chunk head would wait on a connection.
-    MemoryInputStream in("3\r\nabc\r\n0\r\n\r\n");
-    in.timeOutAt(6);
-    PNXBufferedInputStream buffered(in, 1024);
-    PNXChunkedInputStream chunked(buffered);
-    char buf[100];
-    ASSERT_EQ(3u, chunked.read(buf, 100));
-}
-
-TEST(ChunkedStreamDecoding, AfterTheEndEveryReadAnswersTheEnd) {
-    MemoryInputStream in("1\r\nx\r\n0\r\n\r\n");
-    PNXBufferedInputStream buffered(in, 1024);
-    PNXChunkedInputStream chunked(buffered);
-    EXPECT_EQ("x", readToEnd(chunked, ReadWay::Chars));
-    char buf[4];
-    MOXByteBuffer b;
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(-1, chunked.read());
         EXPECT_EQ(PNX_EOF, chunked.read(buf, 4));
@@ -219,12 +192,9 @@ TEST(ChunkedStreamErrors, MalformedAndTruncatedCodingsAreRefusedWithAClearText) 
     }
 }
 
-TEST(ChunkedStreamErrors, UnprintableBytesOfASizeLineAreShownAsQuestionMarks) {
+TEST(ChunkedStreamErrors, UnprintableBytesAreShownAsQuestionMarksAndTheTraceNamesTheOperation) {
     EXPECT_EQ("chunk size line \"?\" does not start with a hexadecimal size", decodeError("\x01g\r\n", 0));
     EXPECT_EQ("chunk size line \"5?\" holds more than a hexadecimal size", decodeError("5\xFF\r\n", 0));
-}
-
-TEST(ChunkedStreamErrors, TheErrorNamesTheOperationInItsBackTrace) {
     MemoryInputStream in("5\r\nab");
     PNXBufferedInputStream buffered(in, 1024);
     PNXChunkedInputStream chunked(buffered);
