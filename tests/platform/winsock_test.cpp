@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 #include <type_traits>
+#include <iterator>
 #include <utility>
 
 #include "platform/winsock.h"
@@ -113,33 +114,33 @@ bool waitReadable(SOCKET s) {
   return poll(&p, 1, 1000) == 1;
 }
 
-// --- WSAStartup / WSACleanup ---
-
-TEST(WinsockStartup, AcceptsVersionsOneAndTwo) {
-  WSADATA data;
-  ASSERT_EQ(WSAStartup(MAKEWORD(1, 1), &data), 0);
-  EXPECT_EQ(data.wVersion, 0x0101);
-  EXPECT_EQ(data.wHighVersion, 0x0202);
-  ASSERT_EQ(WSAStartup(MAKEWORD(2, 2), &data), 0);
-  EXPECT_EQ(data.wVersion, 0x0202);
-  ASSERT_EQ(WSAStartup(MAKEWORD(2, 0), &data), 0);
-  EXPECT_EQ(data.wVersion, 0x0002);
-  ASSERT_EQ(WSAStartup(MAKEWORD(1, 0), &data), 0);
-  EXPECT_EQ(data.wVersion, 0x0001);
-  EXPECT_EQ(WSACleanup(), 0);
-  EXPECT_EQ(WSACleanup(), 0);
-  EXPECT_EQ(WSACleanup(), 0);
-  EXPECT_EQ(WSACleanup(), 0);
+// The Winsock code of a call that must have failed; read right after it.
+int failure(int rc) {
+  const int code = WSAGetLastError();
+  EXPECT_EQ(rc, SOCKET_ERROR);
+  return code;
 }
 
-TEST(WinsockStartup, NewerMinorVersionIsServedWithTheHighest) {
-  WSADATA data;
-  ASSERT_EQ(WSAStartup(MAKEWORD(2, 9), &data), 0);
-  EXPECT_EQ(data.wVersion, MAKEWORD(2, 2));
-  EXPECT_EQ(WSACleanup(), 0);
+// Closes the server side with linger 0, which sends a reset.
+void resetServerSide(Connection& c) {
+  linger abortive{1, 0};
+  ASSERT_EQ(setsockopt(c.server.get(), SOL_SOCKET, SO_LINGER, &abortive, sizeof(abortive)), 0);
+  c.server.reset();
+  ASSERT_TRUE(waitReadable(c.client.get()));
 }
 
-TEST(WinsockStartup, OtherMajorVersionsAreRefusedWithoutTouchingTheData) {
+TEST(WinsockStartup, AcceptsVersionsOneAndTwoAndRefusesOthers) {
+  const std::pair<WORD, WORD> served[] = {{MAKEWORD(1, 1), 0x0101}, {MAKEWORD(2, 2), 0x0202},
+                                          {MAKEWORD(2, 0), 0x0002}, {MAKEWORD(1, 0), 0x0001},
+                                          {MAKEWORD(2, 9), MAKEWORD(2, 2)}};  // newer minor: the highest
+  for (const auto& [asked, version] : served) {
+    WSADATA data;
+    ASSERT_EQ(WSAStartup(asked, &data), 0) << std::hex << asked;
+    EXPECT_EQ(data.wVersion, version);
+    EXPECT_EQ(data.wHighVersion, 0x0202);
+  }
+  for (size_t i = 0; i < std::size(served); ++i) EXPECT_EQ(WSACleanup(), 0);
+
   // The major version is the low byte: MAKEWORD(0, 1) is version 0.1.
   for (WORD version : {MAKEWORD(3, 0), MAKEWORD(0, 1), MAKEWORD(0, 0), MAKEWORD(255, 1)}) {
     WSADATA data;
@@ -147,15 +148,10 @@ TEST(WinsockStartup, OtherMajorVersionsAreRefusedWithoutTouchingTheData) {
     WSADATA before;
     std::memcpy(&before, &data, sizeof(data));
     EXPECT_EQ(WSAStartup(version, &data), WSAVERNOTSUPPORTED) << std::hex << version;
-    EXPECT_EQ(std::memcmp(&before, &data, sizeof(data)), 0) << std::hex << version;
+    EXPECT_EQ(std::memcmp(&before, &data, sizeof(data)), 0) << "data untouched for " << std::hex << version;
   }
-}
-
-TEST(WinsockStartup, MissingDataIsAFault) {
   EXPECT_EQ(WSAStartup(MAKEWORD(1, 1), nullptr), WSAEFAULT);
 }
-
-// --- send / recv overloads ---
 
 template <typename Buf, typename Len>
 using SendResult = decltype(send(SOCKET{}, std::declval<Buf>(), std::declval<Len>(), 0));
@@ -164,77 +160,48 @@ using RecvResult = decltype(recv(SOCKET{}, std::declval<Buf>(), std::declval<Len
 
 // The POSIX functions return ssize_t; only the Winsock overloads return int,
 // so the result type shows which one a call picks.
-TEST(WinsockOverloads, CharBuffersPickTheWinsockSignature) {
-  static_assert(!std::is_same_v<ssize_t, int>, "result type cannot tell the overloads apart");
-  static_assert(std::is_same_v<SendResult<const char*, unsigned>, int>);
-  static_assert(std::is_same_v<SendResult<const char*, int>, int>);
-  static_assert(std::is_same_v<SendResult<char*, unsigned>, int>);
-  static_assert(std::is_same_v<SendResult<char*, int>, int>);
-  static_assert(std::is_same_v<RecvResult<char*, unsigned>, int>);
-  static_assert(std::is_same_v<RecvResult<char*, int>, int>);
-  // Other buffer types still reach POSIX unchanged.
-  static_assert(std::is_same_v<SendResult<const void*, size_t>, ssize_t>);
-  static_assert(std::is_same_v<RecvResult<void*, size_t>, ssize_t>);
-  SUCCEED();
-}
+static_assert(!std::is_same_v<ssize_t, int>, "result type cannot tell the overloads apart");
+static_assert(std::is_same_v<SendResult<const char*, unsigned>, int>);
+static_assert(std::is_same_v<SendResult<const char*, int>, int>);
+static_assert(std::is_same_v<SendResult<char*, unsigned>, int>);
+static_assert(std::is_same_v<SendResult<char*, int>, int>);
+static_assert(std::is_same_v<RecvResult<char*, unsigned>, int>);
+static_assert(std::is_same_v<RecvResult<char*, int>, int>);
+// Other buffer types still reach POSIX unchanged.
+static_assert(std::is_same_v<SendResult<const void*, size_t>, ssize_t>);
+static_assert(std::is_same_v<RecvResult<void*, size_t>, ssize_t>);
 
-TEST(WinsockOverloads, DataCrossesAConnection) {
+TEST(WinsockOverloads, DataCrossesAConnectionAndNegativeLengthIsInvalid) {
   Connection c;
-  const char out[] = "ping";
   const unsigned outLen = 4;
-  ASSERT_EQ(send(c.client.get(), out, outLen, 0), 4);
+  ASSERT_EQ(send(c.client.get(), "ping", outLen, 0), 4);
   char in[16] = {};
   const unsigned inLen = sizeof(in);
   ASSERT_EQ(recv(c.server.get(), in, inLen, 0), 4);
   EXPECT_EQ(std::string(in, 4), "ping");
+  EXPECT_EQ(failure(send(c.client.get(), in, -1, 0)), WSAEINVAL);
+  EXPECT_EQ(failure(recv(c.client.get(), in, -1, 0)), WSAEINVAL);
 }
 
-TEST(WinsockOverloads, NegativeLengthIsAnInvalidArgument) {
-  Connection c;
-  char buf[4] = {};
-  int rc = send(c.client.get(), buf, -1, 0);
-  int code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAEINVAL);
-  rc = recv(c.client.get(), buf, -1, 0);
-  code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAEINVAL);
-}
-
-// --- failures reported through WSAGetLastError ---
-
-TEST(LoopbackSocket, ConnectToAClosedPortIsRefused) {
+TEST(LoopbackSocket, RefusedConnectAndWouldBlockReceive) {
   BoundSocket silent(false);
   Handle s(socket(AF_INET, SOCK_STREAM, 0));
   ASSERT_NE(s.get(), INVALID_SOCKET);
   sockaddr_in a = loopback(silent.port);
-  const int rc = connect(s.get(), reinterpret_cast<sockaddr*>(&a), sizeof(a));
-  const int code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAECONNREFUSED);
-}
+  EXPECT_EQ(failure(connect(s.get(), reinterpret_cast<sockaddr*>(&a), sizeof(a))), WSAECONNREFUSED);
 
-TEST(LoopbackSocket, NonBlockingReceiveWithoutDataWouldBlock) {
   Connection c;
   unsigned long on = 1;
   ASSERT_EQ(ioctlsocket(c.client.get(), FIONBIO, &on), 0);
   char buf[8];
   const unsigned len = sizeof(buf);
-  const int rc = recv(c.client.get(), buf, len, 0);
-  const int code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAEWOULDBLOCK);
+  EXPECT_EQ(failure(recv(c.client.get(), buf, len, 0)), WSAEWOULDBLOCK);
 }
 
 TEST(LoopbackSocket, SendToAResetPeerFailsWithoutSigpipe) {
   SigpipeAtDefault sigpipe;
   Connection c;
-  linger abortive{1, 0};
-  ASSERT_EQ(setsockopt(c.server.get(), SOL_SOCKET, SO_LINGER, &abortive, sizeof(abortive)), 0);
-  c.server.reset();  // close with linger 0 sends a reset
-  ASSERT_TRUE(waitReadable(c.client.get()));
-
+  resetServerSide(c);
   const char data[] = "after reset";
   const unsigned len = sizeof(data);
   // The first send reports the pending reset; later ones are the broken-pipe
@@ -254,95 +221,47 @@ TEST(LoopbackSocket, SendToAResetPeerFailsWithoutSigpipe) {
     }
   }
   EXPECT_TRUE(sawBrokenPipe);
+
+  Connection own;
+  ASSERT_EQ(shutdown(own.client.get(), SD_BOTH), 0);
+  EXPECT_EQ(failure(send(own.client.get(), "x", 1, 0)), WSAESHUTDOWN) << "after our own shutdown";
 }
 
 TEST(LoopbackSocket, ReceiveAfterResetReportsConnectionReset) {
   Connection c;
-  linger abortive{1, 0};
-  ASSERT_EQ(setsockopt(c.server.get(), SOL_SOCKET, SO_LINGER, &abortive, sizeof(abortive)), 0);
-  c.server.reset();
-  ASSERT_TRUE(waitReadable(c.client.get()));
+  resetServerSide(c);
   char buf[8];
-  const int rc = recv(c.client.get(), buf, static_cast<int>(sizeof(buf)), 0);
-  const int code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAECONNRESET);
+  EXPECT_EQ(failure(recv(c.client.get(), buf, static_cast<int>(sizeof(buf)), 0)), WSAECONNRESET);
 }
 
-TEST(LoopbackSocket, SendAfterOwnShutdownReadsAsShutdown) {
-  SigpipeAtDefault sigpipe;
-  Connection c;
-  ASSERT_EQ(shutdown(c.client.get(), SD_BOTH), 0);
-  const char data[] = "x";
-  const int rc = send(c.client.get(), data, 1, 0);
-  const int code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAESHUTDOWN);
-}
-
-// --- ioctlsocket / closesocket ---
-
-TEST(IoctlSocket, FionbioSwitchesNonBlockingModeOnAndOff) {
-  Connection c;
-  ASSERT_FALSE(isNonBlocking(c.client.get()));
-  unsigned long on = 7;  // any non-zero value means on
-  ASSERT_EQ(ioctlsocket(c.client.get(), FIONBIO, &on), 0);
-  EXPECT_TRUE(isNonBlocking(c.client.get()));
-  ASSERT_EQ(ioctlsocket(c.client.get(), FIONBIO, &on), 0);
-  EXPECT_TRUE(isNonBlocking(c.client.get()));
-  unsigned long off = 0;
-  ASSERT_EQ(ioctlsocket(c.client.get(), FIONBIO, &off), 0);
-  EXPECT_FALSE(isNonBlocking(c.client.get()));
-}
-
-TEST(IoctlSocket, FionbioKeepsTheOtherStatusFlags) {
+TEST(IoctlSocket, FionbioSwitchesOnlyNonBlockingMode) {
   Connection c;
   ASSERT_EQ(fcntl(c.client.get(), F_SETFL, O_APPEND), 0);
-  unsigned long on = 1;
-  ASSERT_EQ(ioctlsocket(c.client.get(), FIONBIO, &on), 0);
+  ASSERT_FALSE(isNonBlocking(c.client.get()));
+  unsigned long on = 7;  // any non-zero value means on
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(ioctlsocket(c.client.get(), FIONBIO, &on), 0);
+    EXPECT_TRUE(isNonBlocking(c.client.get()));
+  }
   unsigned long off = 0;
   ASSERT_EQ(ioctlsocket(c.client.get(), FIONBIO, &off), 0);
-  EXPECT_NE(fcntl(c.client.get(), F_GETFL) & O_APPEND, 0);
+  EXPECT_FALSE(isNonBlocking(c.client.get()));
+  EXPECT_NE(fcntl(c.client.get(), F_GETFL) & O_APPEND, 0) << "other status flags are kept";
 }
 
-TEST(IoctlSocket, OtherCommandsAreInvalid) {
+TEST(IoctlSocket, FailuresAndCloseSocket) {
   Connection c;
   unsigned long arg = 1;
-  const int rc = ioctlsocket(c.client.get(), FIONREAD, &arg);
-  const int code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAEINVAL);
+  EXPECT_EQ(failure(ioctlsocket(c.client.get(), FIONREAD, &arg)), WSAEINVAL) << "only FIONBIO";
   EXPECT_FALSE(isNonBlocking(c.client.get()));
-}
+  EXPECT_EQ(failure(ioctlsocket(c.client.get(), FIONBIO, nullptr)), WSAEFAULT);
 
-TEST(IoctlSocket, MissingArgumentIsAFault) {
-  Connection c;
-  const int rc = ioctlsocket(c.client.get(), FIONBIO, nullptr);
-  const int code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAEFAULT);
-}
-
-TEST(IoctlSocket, ClosedHandleIsABadFile) {
-  SOCKET s = socket(AF_INET, SOCK_STREAM, 0);
-  ASSERT_NE(s, INVALID_SOCKET);
-  ASSERT_EQ(closesocket(s), 0);
-  unsigned long on = 1;
-  const int rc = ioctlsocket(s, FIONBIO, &on);
-  const int code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAEBADF);
-}
-
-TEST(CloseSocket, ReleasesTheHandleOnce) {
   SOCKET s = socket(AF_INET, SOCK_STREAM, 0);
   ASSERT_NE(s, INVALID_SOCKET);
   EXPECT_EQ(closesocket(s), 0);
   EXPECT_EQ(fcntl(s, F_GETFD), -1);
-  const int rc = closesocket(s);
-  const int code = WSAGetLastError();
-  EXPECT_EQ(rc, SOCKET_ERROR);
-  EXPECT_EQ(code, WSAEBADF);
+  EXPECT_EQ(failure(closesocket(s)), WSAEBADF) << "released once";
+  EXPECT_EQ(failure(ioctlsocket(s, FIONBIO, &arg)), WSAEBADF);
 }
 
 }  // namespace

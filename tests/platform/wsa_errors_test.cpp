@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/winsock.h"
@@ -18,55 +19,20 @@ struct Expected {
 
 // The published Windows Sockets numbers, written out here rather than taken
 // from the header so that a wrong constant is caught too.
+#define ERR(e, code) {e, code, #e}
 const Expected kSocketErrnos[] = {
-    {EINTR, 10004, "EINTR"},
-    {EBADF, 10009, "EBADF"},
-    {EACCES, 10013, "EACCES"},
-    {EFAULT, 10014, "EFAULT"},
-    {EINVAL, 10022, "EINVAL"},
-    {EMFILE, 10024, "EMFILE"},
-    {ENFILE, 10024, "ENFILE"},
-    {EAGAIN, 10035, "EAGAIN"},
-    {EWOULDBLOCK, 10035, "EWOULDBLOCK"},
-    {EINPROGRESS, 10036, "EINPROGRESS"},
-    {EALREADY, 10037, "EALREADY"},
-    {ENOTSOCK, 10038, "ENOTSOCK"},
-    {EDESTADDRREQ, 10039, "EDESTADDRREQ"},
-    {EMSGSIZE, 10040, "EMSGSIZE"},
-    {EPROTOTYPE, 10041, "EPROTOTYPE"},
-    {ENOPROTOOPT, 10042, "ENOPROTOOPT"},
-    {EPROTONOSUPPORT, 10043, "EPROTONOSUPPORT"},
-    {ESOCKTNOSUPPORT, 10044, "ESOCKTNOSUPPORT"},
-    {EOPNOTSUPP, 10045, "EOPNOTSUPP"},
-    {EPFNOSUPPORT, 10046, "EPFNOSUPPORT"},
-    {EAFNOSUPPORT, 10047, "EAFNOSUPPORT"},
-    {EADDRINUSE, 10048, "EADDRINUSE"},
-    {EADDRNOTAVAIL, 10049, "EADDRNOTAVAIL"},
-    {ENETDOWN, 10050, "ENETDOWN"},
-    {ENETUNREACH, 10051, "ENETUNREACH"},
-    {ENETRESET, 10052, "ENETRESET"},
-    {ECONNABORTED, 10053, "ECONNABORTED"},
-    {ECONNRESET, 10054, "ECONNRESET"},
-    {ENOBUFS, 10055, "ENOBUFS"},
-    {EISCONN, 10056, "EISCONN"},
-    {ENOTCONN, 10057, "ENOTCONN"},
-    {ESHUTDOWN, 10058, "ESHUTDOWN"},
-    {EPIPE, 10058, "EPIPE"},
-    {ETOOMANYREFS, 10059, "ETOOMANYREFS"},
-    {ETIMEDOUT, 10060, "ETIMEDOUT"},
-    {ECONNREFUSED, 10061, "ECONNREFUSED"},
-    {ELOOP, 10062, "ELOOP"},
-    {ENAMETOOLONG, 10063, "ENAMETOOLONG"},
-    {EHOSTDOWN, 10064, "EHOSTDOWN"},
-    {EHOSTUNREACH, 10065, "EHOSTUNREACH"},
-    {ENOTEMPTY, 10066, "ENOTEMPTY"},
-    {EUSERS, 10068, "EUSERS"},
-    {EDQUOT, 10069, "EDQUOT"},
-    {ESTALE, 10070, "ESTALE"},
-    {EREMOTE, 10071, "EREMOTE"},
-    {ENOMEM, 8, "ENOMEM"},
-    {EPERM, 10013, "EPERM"},
+    ERR(EINTR, 10004), ERR(EBADF, 10009), ERR(EACCES, 10013), ERR(EFAULT, 10014), ERR(EINVAL, 10022),
+    ERR(EMFILE, 10024), ERR(ENFILE, 10024), ERR(EAGAIN, 10035), ERR(EWOULDBLOCK, 10035), ERR(EINPROGRESS, 10036),
+    ERR(EALREADY, 10037), ERR(ENOTSOCK, 10038), ERR(EDESTADDRREQ, 10039), ERR(EMSGSIZE, 10040), ERR(EPROTOTYPE, 10041),
+    ERR(ENOPROTOOPT, 10042), ERR(EPROTONOSUPPORT, 10043), ERR(ESOCKTNOSUPPORT, 10044), ERR(EOPNOTSUPP, 10045), ERR(EPFNOSUPPORT, 10046),
+    ERR(EAFNOSUPPORT, 10047), ERR(EADDRINUSE, 10048), ERR(EADDRNOTAVAIL, 10049), ERR(ENETDOWN, 10050), ERR(ENETUNREACH, 10051),
+    ERR(ENETRESET, 10052), ERR(ECONNABORTED, 10053), ERR(ECONNRESET, 10054), ERR(ENOBUFS, 10055), ERR(EISCONN, 10056),
+    ERR(ENOTCONN, 10057), ERR(ESHUTDOWN, 10058), ERR(EPIPE, 10058), ERR(ETOOMANYREFS, 10059), ERR(ETIMEDOUT, 10060),
+    ERR(ECONNREFUSED, 10061), ERR(ELOOP, 10062), ERR(ENAMETOOLONG, 10063), ERR(EHOSTDOWN, 10064), ERR(EHOSTUNREACH, 10065),
+    ERR(ENOTEMPTY, 10066), ERR(EUSERS, 10068), ERR(EDQUOT, 10069), ERR(ESTALE, 10070), ERR(EREMOTE, 10071),
+    ERR(ENOMEM, 8), ERR(EPERM, 10013),
 };
+#undef ERR
 
 const std::vector<int> kPublishedCodes = [] {
   std::vector<int> codes = {6, 8, 87, 995, 996, 997};
@@ -98,29 +64,16 @@ TEST(WsaErrorMapping, EverySocketErrnoHasItsPublishedCode) {
   }
 }
 
-TEST(WsaErrorMapping, ZeroMeansNoError) {
+// Constants the mapping above does not reach.
+TEST(WsaErrorMapping, ZeroIsNoErrorAndOtherConstantsCarryThePublishedNumbers) {
   EXPECT_EQ(wsaErrorFromErrno(0), 0);
-}
-
-TEST(WsaErrorMapping, HeaderConstantsCarryThePublishedNumbers) {
-  EXPECT_EQ(WSA_INVALID_HANDLE, 6);
-  EXPECT_EQ(WSA_NOT_ENOUGH_MEMORY, 8);
-  EXPECT_EQ(WSA_INVALID_PARAMETER, 87);
-  EXPECT_EQ(WSA_IO_PENDING, 997);
-  EXPECT_EQ(WSAEINTR, 10004);
-  EXPECT_EQ(WSAEWOULDBLOCK, 10035);
-  EXPECT_EQ(WSAECONNRESET, 10054);
-  EXPECT_EQ(WSAESHUTDOWN, 10058);
-  EXPECT_EQ(WSAECONNREFUSED, 10061);
-  EXPECT_EQ(WSAEPROCLIM, 10067);
-  EXPECT_EQ(WSAEREMOTE, 10071);
-  EXPECT_EQ(WSAVERNOTSUPPORTED, 10092);
-  EXPECT_EQ(WSAEDISCON, 10101);
-  EXPECT_EQ(WSASERVICE_NOT_FOUND, 10108);
-  EXPECT_EQ(WSA_E_CANCELLED, 10111);
-  EXPECT_EQ(WSAEREFUSED, 10112);
-  EXPECT_EQ(WSAHOST_NOT_FOUND, 11001);
-  EXPECT_EQ(WSANO_DATA, 11004);
+  const std::pair<int, int> constants[] = {
+      {WSA_INVALID_HANDLE, 6},  {WSA_NOT_ENOUGH_MEMORY, 8}, {WSA_INVALID_PARAMETER, 87}, {WSA_IO_PENDING, 997},
+      {WSAEPROCLIM, 10067},     {WSAVERNOTSUPPORTED, 10092}, {WSAEDISCON, 10101},         {WSASERVICE_NOT_FOUND, 10108},
+      {WSA_E_CANCELLED, 10111}, {WSAEREFUSED, 10112},        {WSAHOST_NOT_FOUND, 11001},  {WSANO_DATA, 11004},
+      {WSAEWOULDBLOCK, 10035},  {WSAECONNRESET, 10054},      {WSAESHUTDOWN, 10058},       {WSAECONNREFUSED, 10061},
+  };
+  for (const auto& [constant, published] : constants) EXPECT_EQ(constant, published);
 }
 
 // An errno without a Winsock counterpart must not read as some other
@@ -141,36 +94,26 @@ TEST(WsaErrorMapping, UnmappedErrnoStaysRecognisable) {
   EXPECT_EQ(wsaErrorFromErrno(ENOEXEC), -ENOEXEC);  // 8 would read as WSA_NOT_ENOUGH_MEMORY
 }
 
-TEST(WsaLastError, ReportsErrnoOfTheFailedCallAndLeavesItAlone) {
+TEST(WsaLastError, ReadsErrnoSetsItBackAndIsKeptPerThread) {
   ASSERT_EQ(close(-1), -1);
   EXPECT_EQ(WSAGetLastError(), WSAEBADF);
-  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(errno, EBADF) << "reading leaves errno alone";
   EXPECT_EQ(WSAGetLastError(), WSAEBADF);
-}
 
-// updateLastErrorText and its tests inject codes this way, including codes
-// that no errno produces and codes outside the table.
-TEST(WsaLastError, SetThenGetGivesBackEveryCode) {
+  // updateLastErrorText and its tests inject codes this way, including codes
+  // that no errno produces and codes outside the table.
   std::vector<int> codes = kPublishedCodes;
   for (int c : {0, 1, 5, 10000, 11005, -6, -1, 123456, 2147483647}) codes.push_back(c);
   for (int code : codes) {
     WSASetLastError(code);
     EXPECT_EQ(WSAGetLastError(), code) << code;
   }
-}
+  for (const auto& [code, err] : {std::pair<int, int>{WSAECONNREFUSED, ECONNREFUSED}, {WSAEWOULDBLOCK, EWOULDBLOCK},
+                                  {WSAEINTR, EINTR}, {0, 0}}) {
+    WSASetLastError(code);
+    EXPECT_EQ(errno, err) << "the matching errno for " << code;
+  }
 
-TEST(WsaLastError, SetUsesTheMatchingErrnoWhereThereIsOne) {
-  WSASetLastError(WSAECONNREFUSED);
-  EXPECT_EQ(errno, ECONNREFUSED);
-  WSASetLastError(WSAEWOULDBLOCK);
-  EXPECT_EQ(errno, EWOULDBLOCK);
-  WSASetLastError(WSAEINTR);
-  EXPECT_EQ(errno, EINTR);
-  WSASetLastError(0);
-  EXPECT_EQ(errno, 0);
-}
-
-TEST(WsaLastError, IsKeptPerThread) {
   WSASetLastError(WSAECONNREFUSED);
   int other = -1;
   std::thread t([&other] {
