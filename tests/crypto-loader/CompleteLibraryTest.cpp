@@ -65,12 +65,7 @@ TEST(CompleteCryptoLibrary, WrappersForwardTheirArgumentsUnchanged) {
     EXPECT_EQ(0, crypto.CryptoFree(detail, 0));
     EXPECT_EQ(1, fake.detailFrees());
 
-    MOXCrypto::FdSet readSet;
-    MOXCrypto::FdSet writeSet;
-    MOXCrypto::FdSet errorSet;
-    std::memset(&readSet, 0, sizeof readSet);
-    std::memset(&writeSet, 0, sizeof writeSet);
-    std::memset(&errorSet, 0, sizeof errorSet);
+    MOXCrypto::FdSet readSet{}, writeSet{}, errorSet{};
     writeSet.fd_count = 1;
     writeSet.fd_array[0] = handle;
     MOXCrypto::TimeVal span = {4, 0};
@@ -85,12 +80,4 @@ TEST(CompleteCryptoLibrary, WrappersForwardTheirArgumentsUnchanged) {
     EXPECT_EQ("VLT_Send 3\nVLT_Connect_Url 9 https://example.test/\nVLT_Socket\nVLT_CryptoGetLastErrorDetails 7\n"
               "VLT_Select w 4\nVLT_CloseHandle 7\n",
               fake.log());
-}
-
-TEST(CompleteCryptoLibrary, LookupOrderHasTheFiftyFiveNames) {
-    EXPECT_STREQ("VLT_CryptoInitialize", MOXCrypto::entryPointName(0));
-    EXPECT_STREQ("AS_EncryptText", MOXCrypto::entryPointName(38));
-    EXPECT_STREQ("VLT_VerifyFileSignature", MOXCrypto::entryPointName(54));
-    EXPECT_EQ(nullptr, MOXCrypto::entryPointName(55));
-    EXPECT_EQ(nullptr, MOXCrypto::entryPointName(-1));
 }

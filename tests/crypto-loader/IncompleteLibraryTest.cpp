@@ -3,28 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
-#include <unistd.h>
-
-#include <climits>
 #include <string>
 
+#include "../secure-socket-unit/FakeCrypto.h"
 #include "AllWrappers.h"
 #include "moxcore/MOXErrors.h"
 #include "transport/MOXCrypto.h"
 #include "transport/TALVEXSocketSSL.h"
 
-namespace {
-std::string besideProgram() {
-    char path[PATH_MAX];
-    ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
-    path[n > 0 ? n : 0] = '\0';
-    std::string dir(path);
-    return dir.substr(0, dir.rfind('/')) + "/libVLT_Crypto_Interface.so";
-}
-}  // namespace
-
 TEST(IncompleteCryptoLibrary, IsReleasedAndReportedAsNotLoaded) {
-    void* probe = dlopen(besideProgram().c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* probe = dlopen(FakeCrypto::besideProgram().c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(nullptr, probe) << "the stand-in library is beside the program";
     EXPECT_EQ(nullptr, dlsym(probe, "AS_DecryptText"));
     EXPECT_NE(nullptr, dlsym(probe, "AS_EncryptText"));
@@ -32,18 +20,9 @@ TEST(IncompleteCryptoLibrary, IsReleasedAndReportedAsNotLoaded) {
 
     MOXCrypto crypto("VLT_Crypto_Interface");
     EXPECT_EQ(0, crypto.isLoaded());
-    EXPECT_EQ(nullptr, dlopen(besideProgram().c_str(), RTLD_NOW | RTLD_NOLOAD)) << "the library was let go";
-}
-
-TEST(IncompleteCryptoLibrary, EveryWrapperAnswersMinusOne) {
-    MOXCrypto crypto("VLT_Crypto_Interface");
+    EXPECT_EQ(nullptr, dlopen(FakeCrypto::besideProgram().c_str(), RTLD_NOW | RTLD_NOLOAD)) << "the library was let go";
     loadertest::expectEveryWrapperUnavailable(crypto);
-}
-
-TEST(IncompleteCryptoLibrary, EveryConstructionTriesAgain) {
-    MOXCrypto first("VLT_Crypto_Interface");
-    MOXCrypto second("VLT_Crypto_Interface");
-    EXPECT_EQ(0, second.isLoaded());
+    EXPECT_EQ(0, MOXCrypto("VLT_Crypto_Interface").isLoaded()) << "every construction tries again";
 }
 
 TEST(IncompleteCryptoLibrary, SecureSocketRefusesToOpen) {

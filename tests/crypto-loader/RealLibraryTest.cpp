@@ -28,6 +28,8 @@ TEST(RealCryptoLibrary, LoaderLooksUpTheFiftyFiveNamesInOrder) {
     static_assert(sizeof kExpectedNames / sizeof kExpectedNames[0] == 55, "55 names");
     ASSERT_EQ(55, MOXCrypto::ENTRY_POINT_COUNT);
     for (int i = 0; i < 55; ++i) EXPECT_STREQ(kExpectedNames[i], MOXCrypto::entryPointName(i)) << i;
+    EXPECT_EQ(nullptr, MOXCrypto::entryPointName(55));
+    EXPECT_EQ(nullptr, MOXCrypto::entryPointName(-1));
 }
 
 TEST(RealCryptoLibrary, EveryNameIsFoundAndTheLibraryLoads) {
