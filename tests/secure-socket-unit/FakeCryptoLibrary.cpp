@@ -68,6 +68,11 @@ State& state() {
     return s;
 }
 
+// Every entry point works on the shared state under its lock.
+#define LOCKED_STATE \
+    State& s = state(); \
+    std::lock_guard<std::mutex> g(s.lock)
+
 // The next queued result of an entry point, or the given default.
 int next(State& s, const std::string& name, int otherwise) {
     auto it = s.results.find(name);
@@ -103,6 +108,12 @@ void fillAddress(int family, int port, sockaddr_storage* out) {
     }
 }
 
+// For entry points that hand out no detail text.
+int noDetail(char** detail, int rc) {
+    if (detail) *detail = nullptr;
+    return rc;
+}
+
 struct Resolution {
     int family;
 };
@@ -111,8 +122,7 @@ struct Resolution {
 // --- steering -----------------------------------------------------------------
 
 FAKE_API void fake_reset() {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.clear();
     s.results.clear();
     s.received.clear();
@@ -131,66 +141,39 @@ FAKE_API void fake_reset() {
     s.frees = 0;
 }
 
-FAKE_API void fake_clear_log() {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.log.clear();
-}
+FAKE_API void fake_clear_log() { LOCKED_STATE; s.log.clear(); }
 
 // Queues the result of the next call of an entry point ("VLT_Connect", ...).
-FAKE_API void fake_push_result(const char* entry, int rc) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.results[entry].push_back(rc);
-}
+FAKE_API void fake_push_result(const char* entry, int rc) { LOCKED_STATE; s.results[entry].push_back(rc); }
 
 // Queues what the next VLT_Recv delivers; bytes beyond the length asked for
 // stay for the following call.
 FAKE_API void fake_push_recv(int rc, const char* data, int length) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.received.push_back(Chunk{rc, std::string(data != nullptr ? data : "", static_cast<size_t>(length))});
 }
 
 // Queues the next VLT_Send's result and how many bytes it takes (-1: all).
-FAKE_API void fake_push_send(int rc, int take) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.sends.push_back(SendStep{rc, take});
-}
+FAKE_API void fake_push_send(int rc, int take) { LOCKED_STATE; s.sends.push_back(SendStep{rc, take}); }
 
-FAKE_API void fake_set_option(unsigned option, int value) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.options[option] = value;
-}
+FAKE_API void fake_set_option(unsigned option, int value) { LOCKED_STATE; s.options[option] = value; }
 
 // What VLT_Select answers once its queue is empty (1: ready).
-FAKE_API void fake_set_select_default(int rc) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.selectDefault = rc;
-}
+FAKE_API void fake_set_select_default(int rc) { LOCKED_STATE; s.selectDefault = rc; }
 
 // The family of every resolved address: AF_INET, AF_INET6 or 0xFFFF (none).
-FAKE_API void fake_set_uri_family(int family) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.uriFamily = family;
-}
+FAKE_API void fake_set_uri_family(int family) { LOCKED_STATE; s.uriFamily = family; }
 
 // One line per call, such as "VLT_Recv 16384" or "VLT_Select r 3".
 FAKE_API const char* fake_log() {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.text.clear();
     for (const auto& line : s.log) s.text += line + "\n";
     return s.text.c_str();
 }
 
 FAKE_API int fake_count(const char* entry) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     const std::string name(entry);
     return static_cast<int>(std::count_if(s.log.begin(), s.log.end(), [&](const std::string& line) {
         return line == name || line.compare(0, name.size() + 1, name + " ") == 0;
@@ -198,61 +181,39 @@ FAKE_API int fake_count(const char* entry) {
 }
 
 FAKE_API const char* fake_last_config() {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.text = s.lastConfig;
     return s.text.c_str();
 }
 
 FAKE_API const char* fake_last_url() {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.text = s.lastUrl;
     return s.text.c_str();
 }
 
-FAKE_API void fake_last_target(sockaddr_storage* out) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
-    std::memcpy(out, &s.lastTarget, sizeof *out);
-}
+FAKE_API void fake_last_target(sockaddr_storage* out) { LOCKED_STATE; std::memcpy(out, &s.lastTarget, sizeof *out); }
 
 // Every byte the library took in VLT_Send calls.
 FAKE_API const char* fake_sent(int* length) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.text = s.sent;
     *length = static_cast<int>(s.text.size());
     return s.text.data();
 }
 
-FAKE_API int fake_detail_allocs() {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
-    return s.allocs;
-}
+FAKE_API int fake_detail_allocs() { LOCKED_STATE; return s.allocs; }
 
-FAKE_API int fake_detail_frees() {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
-    return s.frees;
-}
+FAKE_API int fake_detail_frees() { LOCKED_STATE; return s.frees; }
 
 // --- library ------------------------------------------------------------------
 
-FAKE_API int VLT_CryptoInitialize(int, void*, char** detail) {
-    if (detail) *detail = nullptr;
-    return 0;
-}
+FAKE_API int VLT_CryptoInitialize(int, void*, char** detail) { return noDetail(detail, 0); }
 
-FAKE_API int VLT_CryptoTerminate(int, void*, char** detail) {
-    if (detail) *detail = nullptr;
-    return 0;
-}
+FAKE_API int VLT_CryptoTerminate(int, void*, char** detail) { return noDetail(detail, 0); }
 
 FAKE_API int VLT_CryptoFree(void* text, int) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     if (text != nullptr) {
         ++s.frees;
         std::free(text);
@@ -261,8 +222,7 @@ FAKE_API int VLT_CryptoFree(void* text, int) {
 }
 
 FAKE_API int VLT_CryptoGetLastErrorDetails(Handle handle, int, char** detail) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.push_back("VLT_CryptoGetLastErrorDetails " + std::to_string(handle));
     *detail = detailText(s, "details of handle " + std::to_string(handle));
     return 0;
@@ -271,8 +231,7 @@ FAKE_API int VLT_CryptoGetLastErrorDetails(Handle handle, int, char** detail) {
 // --- connections ----------------------------------------------------------------
 
 FAKE_API int VLT_Socket(Handle* handle, const char* config, int, char** detail) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.push_back("VLT_Socket");
     s.lastConfig = config != nullptr ? config : "(null)";
     int rc = next(s, "VLT_Socket", 0);
@@ -291,24 +250,21 @@ FAKE_API int VLT_Listen(Handle, int, int) { return -50; }
 FAKE_API int VLT_Accept(Handle, Handle*, sockaddr_storage*, int*, int) { return -50; }
 
 FAKE_API int VLT_Connect(Handle handle, const sockaddr_storage* address, int length, int) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.push_back("VLT_Connect " + std::to_string(handle) + " " + std::to_string(length));
     std::memcpy(&s.lastTarget, address, sizeof s.lastTarget);
     return next(s, "VLT_Connect", 0);
 }
 
 FAKE_API int VLT_Connect_Url(Handle handle, const char* url, int) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.push_back("VLT_Connect_Url " + std::to_string(handle) + " " + url);
     s.lastUrl = url;
     return next(s, "VLT_Connect_Url", next(s, "VLT_Connect", 0));
 }
 
 FAKE_API int VLT_EstablishSecure(Handle handle, int) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.push_back("VLT_EstablishSecure " + std::to_string(handle));
     return next(s, "VLT_EstablishSecure", 0);
 }
@@ -317,8 +273,7 @@ FAKE_API int VLT_GetSockName(Handle, sockaddr_storage*, int*, int) { return -50;
 FAKE_API int VLT_GetPeerName(Handle, sockaddr_storage*, int*, int) { return -50; }
 
 FAKE_API int VLT_GetSockOpt(Handle, unsigned int option, void* value, int* length, int) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     char hex[16];
     std::snprintf(hex, sizeof hex, "0x%x", option);
     s.log.push_back(std::string("VLT_GetSockOpt ") + hex + " " + std::to_string(*length));
@@ -328,8 +283,7 @@ FAKE_API int VLT_GetSockOpt(Handle, unsigned int option, void* value, int* lengt
 }
 
 FAKE_API int VLT_SetSockOpt(Handle, unsigned int option, const void* value, int length, int) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     char text[48];
     std::snprintf(text, sizeof text, "0x%x %d %d", option, *static_cast<const int*>(value), length);
     s.log.push_back(std::string("VLT_SetSockOpt ") + text);
@@ -337,8 +291,7 @@ FAKE_API int VLT_SetSockOpt(Handle, unsigned int option, const void* value, int 
 }
 
 FAKE_API int VLT_Send(Handle, const char* buffer, int length, int, int* sent, int) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.push_back(std::string("VLT_Send ") + (buffer == nullptr ? "null " : "") + std::to_string(length));
     SendStep step{0, -1};
     if (!s.sends.empty()) {
@@ -352,8 +305,7 @@ FAKE_API int VLT_Send(Handle, const char* buffer, int length, int, int* sent, in
 }
 
 FAKE_API int VLT_Recv(Handle, char* buffer, int length, int, int* received, int) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.push_back("VLT_Recv " + std::to_string(length));
     *received = 0;
     if (s.received.empty()) return 0;
@@ -393,16 +345,12 @@ FAKE_API int VLT_Select(FdSet* readSet, FdSet* writeSet, FdSet* errorSet, const 
     return rc;
 }
 
-FAKE_API int VLT_Poll(void*, int, int, int, char** detail) {
-    if (detail) *detail = nullptr;
-    return -50;
-}
+FAKE_API int VLT_Poll(void*, int, int, int, char** detail) { return noDetail(detail, -50); }
 
 FAKE_API int VLT_SocketStatus(Handle, int*) { return -50; }
 
 FAKE_API int VLT_CloseHandle(Handle* handle, int, char** detail) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.push_back("VLT_CloseHandle " + std::to_string(*handle));
     int rc = next(s, "VLT_CloseHandle", 0);
     if (detail != nullptr) *detail = rc != 0 ? detailText(s, "close refused by the fake") : nullptr;
@@ -412,18 +360,12 @@ FAKE_API int VLT_CloseHandle(Handle* handle, int, char** detail) {
 
 // --- services the toolkit does not use ---------------------------------------------
 
-FAKE_API int VLT_PersistentInitialize(const char*, int, void*, char** detail) {
-    if (detail) *detail = nullptr;
-    return -50;
-}
+FAKE_API int VLT_PersistentInitialize(const char*, int, void*, char** detail) { return noDetail(detail, -50); }
 FAKE_API int VLT_SetInfo(int, const void*, int) { return -50; }
 FAKE_API int VLT_ProtectData(const void*, int, void*, int*, int, int) { return -50; }
 FAKE_API int VLT_UnprotectData(const void*, int, void*, int*, int, int) { return -50; }
 FAKE_API int VLT_GetInfo(int, void*, int*, int) { return -50; }
-FAKE_API int VLT_ImpUsrInitialize(void**, int, void*, char** detail) {
-    if (detail) *detail = nullptr;
-    return -50;
-}
+FAKE_API int VLT_ImpUsrInitialize(void**, int, void*, char** detail) { return noDetail(detail, -50); }
 FAKE_API int VLT_ImpUsrNegotiate(void*, const void*, int, void*) { return -50; }
 FAKE_API int VLT_ImpUsrImpersonate(void*, int) { return -50; }
 FAKE_API int VLT_ImpUsrRevert(void*, int) { return -50; }
@@ -449,16 +391,14 @@ FAKE_API int VLT_VerifyCapabilityTrustToken(const char*, const char*, int, int*,
 // --- addresses --------------------------------------------------------------------
 
 FAKE_API int VLT_ResolveAddress(void** resolution, const char*, int, int, int* status) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     *resolution = new Resolution{s.uriFamily};
     if (status) *status = 0;
     return 0;
 }
 
 FAKE_API int VLT_ResolveAddressFromURI(void** resolution, const char* uri, int, int* status) {
-    State& s = state();
-    std::lock_guard<std::mutex> g(s.lock);
+    LOCKED_STATE;
     s.log.push_back(std::string("VLT_ResolveAddressFromURI ") + uri);
     *resolution = new Resolution{s.uriFamily};
     if (status) *status = 0;

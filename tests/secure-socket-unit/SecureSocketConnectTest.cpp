@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 
 #include "FakeCrypto.h"
 #include "SecureSocketTestSupport.h"
@@ -35,39 +36,38 @@ protected:
 };
 }  // namespace
 
-TEST_F(SecureSocketConnect, IPv4TargetGainsTheProtocolFamilyBeforeTheClosingTag) {
-    TALVEXSocketSSL s(0);
-    s.open(443, ipv4(), kConfig, 0);
-    EXPECT_EQ(
-        "<sessionConfigDocument><caFile>/etc/ca.pem</caFile>"
-        "<protocolFamily>IPv4</protocolFamily></sessionConfigDocument>",
-        fake.lastConfig());
-}
-
-TEST_F(SecureSocketConnect, IPv6TargetGainsIPv6) {
-    TALVEXSocketSSL s(0);
-    s.open(443, ipv6(), kConfig, 0);
-    EXPECT_EQ(
-        "<sessionConfigDocument><caFile>/etc/ca.pem</caFile>"
-        "<protocolFamily>IPv6</protocolFamily></sessionConfigDocument>",
-        fake.lastConfig());
-}
-
-TEST_F(SecureSocketConnect, UrlTargetTakesTheFamilyTheLibraryResolved) {
-    fake.setUriFamily(AF_INET6);
-    TALVEXSocketSSL s(0);
-    s.open(kUrl, kConfig, 0);
-    EXPECT_NE(std::string::npos, fake.lastConfig().find("<protocolFamily>IPv6</protocolFamily>"));
-}
-
-TEST_F(SecureSocketConnect, OnlyTheFirstClosingTagIsReplaced) {
+TEST_F(SecureSocketConnect, DocumentGainsTheProtocolFamilyBeforeTheFirstClosingTag) {
     const char twice[] = "<sessionConfigDocument></sessionConfigDocument></sessionConfigDocument>";
-    TALVEXSocketSSL s(0);
-    s.open(443, ipv4(), twice, 0);
-    EXPECT_EQ(
-        "<sessionConfigDocument><protocolFamily>IPv4</protocolFamily></sessionConfigDocument>"
-        "</sessionConfigDocument>",
-        fake.lastConfig());
+    const struct {
+        const char* what;
+        std::function<void(TALVEXSocketSSL&)> open;
+        std::string expected;
+    } rows[] = {
+        {"IPv4 target", [](TALVEXSocketSSL& s) { s.open(443, ipv4(), kConfig, 0); },
+         "<sessionConfigDocument><caFile>/etc/ca.pem</caFile><protocolFamily>IPv4</protocolFamily>"
+         "</sessionConfigDocument>"},
+        {"IPv6 target", [](TALVEXSocketSSL& s) { s.open(443, ipv6(), kConfig, 0); },
+         "<sessionConfigDocument><caFile>/etc/ca.pem</caFile><protocolFamily>IPv6</protocolFamily>"
+         "</sessionConfigDocument>"},
+        {"URL resolved to IPv6",
+         [this](TALVEXSocketSSL& s) {
+             fake.setUriFamily(AF_INET6);
+             s.open(kUrl, kConfig, 0);
+         },
+         "<sessionConfigDocument><caFile>/etc/ca.pem</caFile><protocolFamily>IPv6</protocolFamily>"
+         "</sessionConfigDocument>"},
+        {"only the first closing tag", [&](TALVEXSocketSSL& s) { s.open(443, ipv4(), twice, 0); },
+         "<sessionConfigDocument><protocolFamily>IPv4</protocolFamily></sessionConfigDocument>"
+         "</sessionConfigDocument>"},
+        {"missing document stands for an empty one", [](TALVEXSocketSSL& s) { s.open(443, ipv4(), nullptr, 0); },
+         "<sessionConfigDocument><protocolFamily>IPv4</protocolFamily></sessionConfigDocument>"},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        TALVEXSocketSSL s(0);
+        r.open(s);
+        EXPECT_EQ(r.expected, fake.lastConfig());
+    }
 }
 
 TEST_F(SecureSocketConnect, DocumentWithoutClosingTagIsOutOfRangeAndNoSocketIsMade) {
@@ -81,13 +81,6 @@ TEST_F(SecureSocketConnect, DocumentWithoutClosingTagIsOutOfRangeAndNoSocketIsMa
     EXPECT_EQ(0, fake.count("VLT_Socket"));
 }
 
-TEST_F(SecureSocketConnect, MissingDocumentStandsForAnEmptyOne) {
-    TALVEXSocketSSL s(0);
-    s.open(443, ipv4(), nullptr, 0);
-    EXPECT_EQ("<sessionConfigDocument><protocolFamily>IPv4</protocolFamily></sessionConfigDocument>",
-              fake.lastConfig());
-}
-
 TEST_F(SecureSocketConnect, ConnectsByUrlThroughTheLibrary) {
     TALVEXSocketSSL s(0);
     s.open(kUrl, kConfig, 0);
@@ -95,6 +88,8 @@ TEST_F(SecureSocketConnect, ConnectsByUrlThroughTheLibrary) {
               fake.log());
     EXPECT_EQ(kUrl, fake.lastUrl());
     EXPECT_EQ("service.test:8443", s.getAuthority());
+    EXPECT_EQ("255.255.255.255", addressTextOf(s)) << "the stored address is no address";
+    EXPECT_EQ(0, s.getPort());
 }
 
 TEST_F(SecureSocketConnect, ConnectsByAddressWithThePortInTheTarget) {
@@ -126,95 +121,70 @@ TEST_F(SecureSocketConnect, OpenByUrlOnAConnectedSocketChangesNothing) {
     EXPECT_NE(std::string::npos, fake.lastConfig().find("/etc/ca.pem"));
 }
 
-TEST_F(SecureSocketConnect, AfterOpenByUrlTheStoredAddressIsNoAddress) {
+TEST_F(SecureSocketConnect, Prepare) {
     TALVEXSocketSSL s(0);
-    s.open(kUrl, kConfig, 0);
-    EXPECT_EQ("255.255.255.255", addressTextOf(s));
+    s.prepare(443, ipv4());
+    s.prepare("https://user@host.test:99/path?q=1");
+    EXPECT_EQ("255.255.255.255", addressTextOf(s)) << "by URL: the URL is kept and the address cleared";
     EXPECT_EQ(0, s.getPort());
-}
+    EXPECT_EQ("host.test:99", s.getAuthority()) << "user information is not part of the Host header";
+    s.prepare(443, ipv4());
+    EXPECT_EQ("127.0.0.1:443", s.getAuthority()) << "an address names itself";
 
-TEST_F(SecureSocketConnect, PrepareWithNoAddressStoresTheLocalMarkerWhichCannotBeOpened) {
-    TALVEXSocketSSL s(0);
+    // No address stores the local marker, which cannot be opened.
     s.prepare(443, noAddress());
     EXPECT_EQ(0xFFFE, s.getIPAddress().ss_family);
     std::string function = "unset";
     EXPECT_EQ("MOX_ASSERT(FALSE);", coreErrorText<MOXAssertError>([&] { s.open(0); }, &function));
     EXPECT_EQ("", function);
     EXPECT_EQ(0, fake.count("VLT_Socket"));
-}
 
-TEST_F(SecureSocketConnect, PrepareByUrlKeepsTheUrlAndClearsTheAddress) {
-    TALVEXSocketSSL s(0);
-    s.prepare(443, ipv4());
-    s.prepare("https://user@host.test:99/path?q=1");
-    EXPECT_EQ("255.255.255.255", addressTextOf(s));
-    EXPECT_EQ(0, s.getPort());
-    EXPECT_EQ("host.test:99", s.getAuthority()) << "user information is not part of the Host header";
-    s.prepare(443, ipv4());
-    EXPECT_EQ("127.0.0.1:443", s.getAuthority()) << "an address names itself";
-}
-
-TEST_F(SecureSocketConnect, PortAndTimeLimitOpenIsNotImplemented) {
-    TALVEXSocketSSL s(0);
     TALVEXException e = toolkitError([&] { s.open(443, 0); });
     EXPECT_EQ(0, e.getCode());
-    EXPECT_EQ("TALVEXSocket::Open(1)", functionText(e));
+    EXPECT_EQ("TALVEXSocket::Open(1)", functionText(e)) << "port and time limit: not implemented";
 }
 
-TEST_F(SecureSocketConnect, SecurePendingThenEstablishedConnectsAgainWithoutAPause) {
-    fake.pushResult("VLT_Connect", -15);
-    TALVEXSocketSSL s(0);
-    auto t = Clock::now();
-    s.open(443, ipv4(), kConfig, 0);
-    EXPECT_LT(secondsSince(t), 1.5) << "a pause lasts two seconds";
-    EXPECT_EQ("VLT_Socket\nVLT_Connect 7 128\nVLT_EstablishSecure 7\nVLT_Connect 7 128\n", fake.log());
+TEST_F(SecureSocketConnect, SecurePendingRepeatsEstablishSecureWithinItsBudgetThenCostsAPause) {
+    // Would-block answers queued, calls of VLT_EstablishSecure expected, pause expected.
+    for (auto [wouldBlocks, establishCalls, pause] : {std::tuple{0, 1, false}, {4, 5, false}, {6, 6, true}}) {
+        SCOPED_TRACE(wouldBlocks);
+        fake.reset();
+        fake.pushResult("VLT_Connect", -15);
+        for (int i = 0; i < wouldBlocks; ++i) fake.pushResult("VLT_EstablishSecure", -23);
+        TALVEXSocketSSL s(0);
+        auto t = Clock::now();
+        s.open(443, ipv4(), kConfig, 0);
+        if (pause) {
+            EXPECT_GE(secondsSince(t), 1.9) << "one pause of two seconds";
+        } else {
+            EXPECT_LT(secondsSince(t), 1.5) << "a pause lasts two seconds";
+        }
+        EXPECT_EQ(establishCalls, fake.count("VLT_EstablishSecure"));
+        EXPECT_EQ(2, fake.count("VLT_Connect"));
+        if (wouldBlocks == 0) {
+            EXPECT_EQ("VLT_Socket\nVLT_Connect 7 128\nVLT_EstablishSecure 7\nVLT_Connect 7 128\n", fake.log());
+        }
+    }
 }
 
-TEST_F(SecureSocketConnect, WouldBlockRepeatsEstablishSecureWithinTheBudget) {
-    fake.pushResult("VLT_Connect", -15);
-    for (int i = 0; i < 4; ++i) fake.pushResult("VLT_EstablishSecure", -23);
-    TALVEXSocketSSL s(0);
-    auto t = Clock::now();
-    s.open(443, ipv4(), kConfig, 0);
-    EXPECT_LT(secondsSince(t), 1.5) << "a pause lasts two seconds";
-    EXPECT_EQ(5, fake.count("VLT_EstablishSecure"));
-    EXPECT_EQ(2, fake.count("VLT_Connect"));
-}
-
-TEST_F(SecureSocketConnect, ExhaustedBudgetCostsAnAttemptAndAPause) {
-    fake.pushResult("VLT_Connect", -15);
-    for (int i = 0; i < 6; ++i) fake.pushResult("VLT_EstablishSecure", -23);
-    TALVEXSocketSSL s(0);
-    auto t = Clock::now();
-    s.open(443, ipv4(), kConfig, 0);
-    double took = secondsSince(t);
-    EXPECT_GE(took, 1.9) << "one pause of two seconds";
-    EXPECT_EQ(6, fake.count("VLT_EstablishSecure")) << "the first call and five more";
-    EXPECT_EQ(2, fake.count("VLT_Connect"));
-}
-
-TEST_F(SecureSocketConnect, RefusedFailsAtOnceWithCode5) {
-    fake.pushResult("VLT_Connect", -13);
-    TALVEXSocketSSL s(0);
-    auto t = Clock::now();
-    TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, 0); });
-    EXPECT_LT(secondsSince(t), 1.5) << "no pause";
-    EXPECT_EQ(5, e.getCode());
-    EXPECT_EQ(0xF2A16A58u, catalogMessage(e).getNumber());
-    EXPECT_EQ("VLT_Connect=0xfffffff3 details of handle 7", detail(e));
-    EXPECT_EQ("TALVEXSocketSSL::open()", functionText(e));
-    EXPECT_EQ("TALVEXSocketSSL", e.getBackTrace().at(0).unit);
-    EXPECT_EQ(1, fake.count("VLT_Connect"));
-    EXPECT_EQ(1, fake.detailAllocs());
-    EXPECT_EQ(1, fake.detailFrees()) << "the library's text is given back";
-}
-
-TEST_F(SecureSocketConnect, RefusedByUrlIsReportedAsVltConnectToo) {
-    fake.pushResult("VLT_Connect_Url", -13);
-    TALVEXSocketSSL s(0);
-    TALVEXException e = toolkitError([&] { s.open(kUrl, kConfig, 0); });
-    EXPECT_EQ(5, e.getCode());
-    EXPECT_EQ("VLT_Connect=0xfffffff3 details of handle 7", detail(e));
+TEST_F(SecureSocketConnect, RefusedFailsAtOnceWithCode5ByAddressAndByUrl) {
+    for (bool byUrl : {false, true}) {
+        SCOPED_TRACE(byUrl);
+        fake.reset();
+        fake.pushResult(byUrl ? "VLT_Connect_Url" : "VLT_Connect", -13);
+        TALVEXSocketSSL s(0);
+        auto t = Clock::now();
+        TALVEXException e = toolkitError([&] { byUrl ? s.open(kUrl, kConfig, 0) : s.open(443, ipv4(), kConfig, 0); });
+        EXPECT_LT(secondsSince(t), 1.5) << "no pause";
+        EXPECT_EQ(5, e.getCode());
+        EXPECT_EQ(0xF2A16A58u, catalogMessage(e).getNumber());
+        EXPECT_EQ("VLT_Connect=0xfffffff3 details of handle 7", detail(e));
+        EXPECT_EQ("TALVEXSocketSSL::open()", functionText(e));
+        EXPECT_EQ("TALVEXSocketSSL", e.getBackTrace().at(0).unit);
+        EXPECT_EQ(1, fake.count(byUrl ? "VLT_Connect_Url" : "VLT_Connect"));
+        EXPECT_EQ(1, fake.detailAllocs());
+        EXPECT_EQ(1, fake.detailFrees()) << "the library's text is given back";
+    }
 }
 
 TEST_F(SecureSocketConnect, TimeLimitIsCheckedAfterEveryAttempt) {

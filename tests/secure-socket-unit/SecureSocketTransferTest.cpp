@@ -59,44 +59,34 @@ TEST_F(SecureSocketTransfer, BlockingReadIsOneLibraryCallAndReadAfterTheEndCalls
     EXPECT_EQ("VLT_Recv 4\nVLT_Recv 4\nVLT_Recv 4\n", fake.log());
 }
 
-TEST_F(SecureSocketTransfer, ClosedWithoutAlertIsTheEndNotAnError) {
-    fake.pushRecv(-12, "", 0);
-    TALVEXSocketSSL s(0);
-    connect(s);
-    char buf[4];
-    int n = -1;
-    EXPECT_EQ(0, s.ReadBuffer(buf, sizeof buf, &n));
-    EXPECT_EQ(0, n);
+TEST_F(SecureSocketTransfer, ReceiveFailuresAreCode5ForVltRecv) {
+    fake.pushRecv(-60, "", 0);
+    fake.pushRecv(-23, "", 0);
+    fake.pushResult("VLT_Select", -60);
+    for (int nonBlocking : {0, 1}) {  // a failed receive, then a failed wait
+        SCOPED_TRACE(nonBlocking);
+        TALVEXSocketSSL s(nonBlocking);
+        connect(s);
+        char buf[4];
+        int n = 0;
+        TALVEXException e = toolkitError([&] { s.ReadBuffer(buf, sizeof buf, &n); });
+        EXPECT_EQ(5, e.getCode());
+        EXPECT_EQ("VLT_Recv=0xffffffc4 details of handle " + std::to_string(7 + nonBlocking), detail(e));
+        EXPECT_EQ("TALVEXSocketSSL::ReadBuffer", functionText(e));
+        EXPECT_EQ(fake.detailAllocs(), fake.detailFrees());
+    }
 }
 
-TEST_F(SecureSocketTransfer, UnconnectedSocketReadsNothingAndReturns0) {
+TEST_F(SecureSocketTransfer, UnconnectedReadsNothingAndBadArgumentsAreRefused) {
     TALVEXSocketSSL s(0);
     char buf[4];
     int n = -1;
     EXPECT_EQ(0, s.ReadBuffer(buf, sizeof buf, &n));
     EXPECT_EQ(0, n);
-    EXPECT_EQ(0, fake.count("VLT_Recv"));
     EXPECT_EQ(PNX_EOF, s.getInputStream()->read(buf, sizeof buf));
     EXPECT_EQ(-1, s.getInputStream()->read());
-}
+    EXPECT_EQ(0, fake.count("VLT_Recv"));
 
-TEST_F(SecureSocketTransfer, ReceiveFailureIsCode5ForVltRecv) {
-    fake.pushRecv(-60, "", 0);
-    TALVEXSocketSSL s(0);
-    connect(s);
-    char buf[4];
-    int n = 0;
-    TALVEXException e = toolkitError([&] { s.ReadBuffer(buf, sizeof buf, &n); });
-    EXPECT_EQ(5, e.getCode());
-    EXPECT_EQ("VLT_Recv=0xffffffc4 details of handle 7", detail(e));
-    EXPECT_EQ("TALVEXSocketSSL::ReadBuffer", functionText(e));
-    EXPECT_EQ(fake.detailAllocs(), fake.detailFrees());
-}
-
-TEST_F(SecureSocketTransfer, BadArgumentsAreRefused) {
-    TALVEXSocketSSL s(0);
-    char buf[4];
-    int n = 0;
     std::string function;
     coreErrorText<MOXIllegalArgumentError>([&] { s.ReadBuffer(nullptr, 4, &n); }, &function);
     EXPECT_EQ("TALVEXSocketSSL::ReadBuffer", function);
@@ -117,17 +107,12 @@ TEST_F(SecureSocketTransfer, BadArgumentsAreRefused) {
     x.internalWriteBuffer("x", 0, &n);
     EXPECT_EQ(0, n) << "nothing to send is allowed";
     EXPECT_EQ(0, fake.count("VLT_Send"));
-}
 
-TEST_F(SecureSocketTransfer, BufferedReceiveChecksItsArguments) {
-    ExposedSocket s(1);
-    connect(s);
-    char buf[4];
-    int n = 0;
+    connect(x);
     EXPECT_EQ("MOX_ASSERT(NULL != bytesReceived);",
-              coreErrorText<MOXAssertError>([&] { s.receiveBuffered(buf, sizeof buf, 0, nullptr); }));
+              coreErrorText<MOXAssertError>([&] { x.receiveBuffered(buf, sizeof buf, 0, nullptr); }));
     EXPECT_EQ("MOX_ASSERT(NULL != message);",
-              coreErrorText<MOXAssertError>([&] { s.receiveBuffered(nullptr, sizeof buf, 0, &n); }));
+              coreErrorText<MOXAssertError>([&] { x.receiveBuffered(nullptr, sizeof buf, 0, &n); }));
     EXPECT_EQ(0, fake.count("VLT_Recv"));
 }
 
@@ -148,7 +133,7 @@ TEST_F(SecureSocketTransfer, StreamsReadAndWriteThroughTheSocket) {
     EXPECT_EQ(1, fake.count("VLT_CloseHandle"));
 }
 
-TEST_F(SecureSocketTransfer, BlockingWriteRepeatsSendUntilEveryByteIsTaken) {
+TEST_F(SecureSocketTransfer, BlockingWriteRepeatsSendUntilEveryByteIsTakenOrItFails) {
     fake.pushSend(0, 3);
     fake.pushSend(0, 4);
     TALVEXSocketSSL s(0);
@@ -158,27 +143,26 @@ TEST_F(SecureSocketTransfer, BlockingWriteRepeatsSendUntilEveryByteIsTaken) {
     EXPECT_EQ(10, n);
     EXPECT_EQ("VLT_Send 10\nVLT_Send 7\nVLT_Send 3\n", fake.log());
     EXPECT_EQ("0123456789", fake.sent());
-}
 
-TEST_F(SecureSocketTransfer, BlockingSendFailureIsCode5ForVltSend) {
     fake.pushSend(-23, 0);
-    TALVEXSocketSSL s(0);
-    connect(s);
-    int n = 0;
     TALVEXException e = toolkitError([&] { s.WriteBuffer("abc", 3, &n); });
     EXPECT_EQ(5, e.getCode());
     EXPECT_EQ("VLT_Send=0xffffffe9 details of handle 7", detail(e));
     EXPECT_EQ("TALVEXSocketSSL::WriteBuffer", functionText(e));
 }
 
-TEST_F(SecureSocketTransfer, BlockingModeIgnoresTheTimeLimit) {
+TEST_F(SecureSocketTransfer, BlockingModeIgnoresTheTimeLimitAndTakesAMissingAlertAsTheEnd) {
     fake.pushRecv(0, "data", 4);
+    fake.pushRecv(-12, "", 0);
     TALVEXSocketSSL s(0);
     connect(s);
     EXPECT_EQ(1, s.getInputStream()->setTimeout(5));
     char buf[8];
     EXPECT_EQ(4u, s.getInputStream()->read(buf, sizeof buf));
     EXPECT_EQ(0, fake.count("VLT_Select")) << "no waiting slices in blocking mode";
+    int n = -1;
+    EXPECT_EQ(0, s.ReadBuffer(buf, sizeof buf, &n)) << "closed without alert: the end, not an error";
+    EXPECT_EQ(0, n);
 }
 
 TEST_F(SecureSocketTransfer, NonBlockingWriteIsCutIntoPiecesOfAtMost32768) {
@@ -194,15 +178,12 @@ TEST_F(SecureSocketTransfer, NonBlockingWriteIsCutIntoPiecesOfAtMost32768) {
         "VLT_Select w 3\nVLT_Send 32768\nVLT_Select w 3\nVLT_Send 1\n",
         fake.log());
     EXPECT_TRUE(data == fake.sent());
-}
 
-TEST_F(SecureSocketTransfer, SmallerSendBufferMakesSmallerPieces) {
+    // A smaller send buffer makes smaller pieces.
     fake.setOption(0x1001, 1000);
-    TALVEXSocketSSL s(1);
-    connect(s);
-    std::string data(2500, 'q');
-    int n = 0;
-    s.WriteBuffer(data.data(), static_cast<unsigned>(data.size()), &n);
+    TALVEXSocketSSL small(1);
+    connect(small);
+    small.WriteBuffer(data.data(), 2500, &n);
     EXPECT_EQ(2500, n);
     EXPECT_EQ(3, fake.count("VLT_Send"));
     EXPECT_NE(std::string::npos, fake.log().find("VLT_Send 1000\n"));
@@ -313,18 +294,6 @@ TEST_F(SecureSocketTransfer, CancelFromAnotherThreadEndsTheWait) {
     EXPECT_LT(secondsSince(t), 10.0);
     EXPECT_NE(std::string::npos, fake.log().find("VLT_Select r 1\n")) << "cancellation waits in one-second slices";
     EXPECT_EQ(1, in->getCancel());
-}
-
-TEST_F(SecureSocketTransfer, FailedWaitIsCode5ForVltRecv) {
-    fake.pushRecv(-23, "", 0);
-    fake.pushResult("VLT_Select", -60);
-    TALVEXSocketSSL s(1);
-    connect(s);
-    char buf[16];
-    int n = 0;
-    TALVEXException e = toolkitError([&] { s.ReadBuffer(buf, sizeof buf, &n); });
-    EXPECT_EQ("VLT_Recv=0xffffffc4 details of handle 7", detail(e));
-    EXPECT_EQ("TALVEXSocketSSL::ReadBuffer", functionText(e));
 }
 
 TEST_F(SecureSocketTransfer, TraceFileThatCannotBeOpenedLeavesTracingOffSilently) {
