@@ -200,23 +200,14 @@ private:
         bool matched = true;
         size_t got = 0;
         std::vector<char> buf(65536);
-        while (got < m_options.sinkBytes && waitReadable(fd)) {
+        // SSL_read may hold decrypted bytes the socket no longer shows.
+        while (got < m_options.sinkBytes && (SSL_pending(ssl) > 0 || waitReadable(fd))) {
             int n = SSL_read(ssl, buf.data(), static_cast<int>(buf.size()));
             if (n <= 0) break;
             for (int i = 0; i < n; ++i)
                 if (static_cast<unsigned char>(buf[i]) != patternByte(got + static_cast<size_t>(i), 1)) matched = false;
             got += static_cast<size_t>(n);
             m_received = got;
-            // SSL_read may hold decrypted bytes the socket no longer shows.
-            while (got < m_options.sinkBytes && SSL_pending(ssl) > 0) {
-                n = SSL_read(ssl, buf.data(), static_cast<int>(buf.size()));
-                if (n <= 0) break;
-                for (int i = 0; i < n; ++i)
-                    if (static_cast<unsigned char>(buf[i]) != patternByte(got + static_cast<size_t>(i), 1))
-                        matched = false;
-                got += static_cast<size_t>(n);
-                m_received = got;
-            }
         }
         m_upload_matched = matched && got == m_options.sinkBytes;
         const std::string data = pattern(m_options.sourceBytes, 2);
