@@ -36,71 +36,54 @@ struct Scanners {
 
 }  // namespace
 
-TEST(BoundaryScanner, FindsThePatternAndReturnsWhereItBegins) {
-    Scanners s("\r\n--ab");
-    const std::string buf = "data\r\n--ab\r\n";
-    EXPECT_EQ(4u, s.scan(buf, 0, static_cast<unsigned>(buf.size())));
-    EXPECT_EQ(1, s.fast.isFound());
-    EXPECT_EQ(0u, s.fast.getMatched());
+// Single scans: the result is where the pattern (or a partial match at the
+// end) begins, else the end of the range; the search restarts one byte after
+// a failed attempt.
+TEST(BoundaryScanner, SingleScans) {
+    const struct {
+        const char* pattern;
+        std::string buf;
+        unsigned start, result, matched;
+        int found;
+    } rows[] = {
+        {"\r\n--ab", "data\r\n--ab\r\n", 0, 4, 0, 1},
+        {"\r\n--ab", "abcdef--ab", 0, 10, 0, 0},
+        {"\r\n--ab", "xyz\r\n-", 0, 3, 3, 0},
+        {"\r\n--b", "\r\r\n--b", 0, 1, 0, 1},
+        {"aab", "aaab", 0, 1, 0, 1},
+        {"\r\n--ab", "01234", 5, 5, 0, 0},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.buf);
+        Scanners s(r.pattern);
+        EXPECT_EQ(r.result, s.scan(r.buf, r.start, static_cast<unsigned>(r.buf.size())));
+        EXPECT_EQ(r.found, s.fast.isFound());
+        EXPECT_EQ(r.matched, s.fast.getMatched());
+    }
 }
 
-TEST(BoundaryScanner, RangeWithoutAnyPatternByteBelongsWhollyToThePart) {
+// The caller keeps the matched bytes at the start of the next range.
+TEST(BoundaryScanner, PartialMatchIsCarriedToTheNextScan) {
     Scanners s("\r\n--ab");
-    const std::string buf = "abcdef--ab";
-    EXPECT_EQ(10u, s.scan(buf, 0, 10));
-    EXPECT_EQ(0, s.fast.isFound());
-    EXPECT_EQ(0u, s.fast.getMatched());
-}
-
-TEST(BoundaryScanner, PartialMatchAtTheEndIsHeldBackAndCarriedToTheNextScan) {
-    Scanners s("\r\n--ab");
-    std::string buf = "xyz\r\n-";
-    EXPECT_EQ(3u, s.scan(buf, 0, 6));
-    EXPECT_EQ(3u, s.fast.getMatched());
-    // The caller keeps the matched bytes at the start of the next range.
-    buf = "\r\n--abTAIL";
-    EXPECT_EQ(0u, s.scan(buf, 0, 10));
-    EXPECT_EQ(1, s.fast.isFound());
-}
-
-TEST(BoundaryScanner, CarriedMatchThatFailsGivesItsBytesToThePart) {
-    Scanners s("\r\n--ab");
-    std::string buf = "\r\n--";
-    EXPECT_EQ(0u, s.scan(buf, 0, 4));
-    buf = "\r\n--ax\r\n--ab";
-    EXPECT_EQ(6u, s.scan(buf, 0, static_cast<unsigned>(buf.size())));
-    EXPECT_EQ(1, s.fast.isFound());
-}
-
-TEST(BoundaryScanner, SearchRestartsOneByteAfterAFailedAttempt) {
-    Scanners s("\r\n--b");
-    const std::string buf = "\r\r\n--b";
-    EXPECT_EQ(1u, s.scan(buf, 0, 6));
-    EXPECT_EQ(1, s.fast.isFound());
-    Scanners t("aab");
-    EXPECT_EQ(1u, t.scan("aaab", 0, 4));
-}
-
-TEST(BoundaryScanner, EmptyRangeOrNoNewBytesChangesNothing) {
-    Scanners s("\r\n--ab");
-    EXPECT_EQ(5u, s.scan("01234", 5, 5));
-    EXPECT_EQ(0u, s.fast.getMatched());
     std::string buf = "\r\n-";
     EXPECT_EQ(0u, s.scan(buf, 0, 3));
     EXPECT_EQ(0u, s.scan(buf, 0, 3)) << "the same range again: nothing new to look at";
     EXPECT_EQ(3u, s.fast.getMatched());
-}
-
-TEST(BoundaryScanner, ResetForgetsMatchAndFound) {
-    Scanners s("ab");
-    s.scan("xab", 0, 3);
+    buf = "\r\n--abTAIL";
+    EXPECT_EQ(0u, s.scan(buf, 0, 10));
+    EXPECT_EQ(1, s.fast.isFound());
+    // A carried match that fails gives its bytes to the part.
+    s.reset();
+    EXPECT_EQ(0, s.fast.isFound()) << "reset forgets found";
+    EXPECT_EQ(0u, s.scan("\r\n--", 0, 4));
+    buf = "\r\n--ax\r\n--ab";
+    EXPECT_EQ(6u, s.scan(buf, 0, static_cast<unsigned>(buf.size())));
     EXPECT_EQ(1, s.fast.isFound());
     s.reset();
-    EXPECT_EQ(0, s.fast.isFound());
-    s.scan("xa", 0, 2);
-    EXPECT_EQ(1u, s.fast.getMatched());
+    s.scan("x\r\n", 0, 3);
+    EXPECT_EQ(2u, s.fast.getMatched());
     s.reset();
-    EXPECT_EQ(0u, s.fast.getMatched());
+    EXPECT_EQ(0u, s.fast.getMatched()) << "reset forgets the match";
 }
 
 TEST(BoundaryScanner, NullBufferOrMissingPatternIsAnAssertion) {

@@ -126,12 +126,8 @@ const char kTwoParts[] =
 
 // ---------------------------------------------------------------- pattern
 
-TEST(MultipartPattern, BoundaryIsPrefixedWithCrLfDashDash) {
-    TALVEXMPInputStream mp(nullptr, "sep");
-    EXPECT_EQ("\r\n--sep", mp.getPattern());
-}
-
-TEST(MultipartPattern, BoundaryAlreadyStartingWithCrLfDashDashIsUsedUnchanged) {
+TEST(MultipartPattern, BoundaryIsPrefixedWithCrLfDashDashUnlessItAlreadyIs) {
+    EXPECT_EQ("\r\n--sep", TALVEXMPInputStream(nullptr, "sep").getPattern());
     Fixture f(kTwoParts, "\r\n--sep");
     EXPECT_EQ("\r\n--sep", f.mp.getPattern());
     ASSERT_EQ(1, f.mp.hasNextPart());
@@ -174,20 +170,15 @@ TEST(MultipartParts, EmptyPartAndPartEndingInCrOrLf) {
     EXPECT_EQ(0, f.mp.hasNextPart());
 }
 
-TEST(MultipartParts, UnreadPartIsSkippedByHasNextPart) {
-    Fixture f(kTwoParts, "sep");
-    ASSERT_EQ(1, f.mp.hasNextPart());
-    f.mp.nextPart();
-    EXPECT_EQ('C', f.mp.read());
-    EXPECT_EQ("second", nextData(f.mp));
-}
-
-TEST(MultipartParts, NextPartWithoutAFoundDelimiterIsRefused) {
+// nextPart needs a found delimiter; hasNextPart skips what is left of a part.
+TEST(MultipartParts, NextPartOnlyAfterADelimiterAndUnreadDataIsSkipped) {
     Fixture f(kTwoParts, "sep");
     EXPECT_THROW(f.mp.nextPart(), MOXIllegalStateError);
     ASSERT_EQ(1, f.mp.hasNextPart());
     f.mp.nextPart();
     EXPECT_THROW(f.mp.nextPart(), MOXIllegalStateError) << "the part has not ended";
+    EXPECT_EQ('C', f.mp.read());
+    EXPECT_EQ("second", nextData(f.mp));
 }
 
 // ---------------------------------------------------------------- delimiter across reads
@@ -208,15 +199,6 @@ TEST(MultipartSplit, DelimiterSplitBetweenTwoInnerReadsAtEveryPoint) {
         EXPECT_EQ(0, f.mp.hasNextPart());
         EXPECT_EQ(0, f.mp.hasNextPart());
     }
-}
-
-TEST(MultipartSplit, InnerStreamDeliveringOneByteAtATime) {
-    Fixture f(kTwoParts, "sep", {1});
-    PartReader reader(7);
-    const std::vector<std::string> parts = reader.readAll(f.mp);
-    ASSERT_EQ(2u, parts.size());
-    EXPECT_EQ("H Content-ID\t<one>\nB " + PartReader::hex("first") + "\n", parts[0]);
-    EXPECT_EQ("B " + PartReader::hex("second") + "\n", parts[1]);
 }
 
 TEST(MultipartSplit, RandomBodiesAtRandomReadSizesMatchTheirMaking) {
@@ -267,24 +249,14 @@ TEST(MultipartData, PrefixOfTheDelimiterAtTheEndOfTheBufferIsHeldBackNotLost) {
     EXPECT_EQ(data, nextData(f.mp));
 }
 
-TEST(MultipartData, ByteFFIsReturnedAs255) {
-    Fixture f("--b\r\n\r\n\xff\x00\x80\r\n--b--"s, "b");
+TEST(MultipartData, EveryReadAnswersTheEndAfterThePartUntilNextPart) {
+    Fixture f("--sep\r\n\r\n\xff\x00\x80\r\n--sep\r\n\r\nsecond\r\n--sep--"s, "sep");
     ASSERT_EQ(1, f.mp.hasNextPart());
     f.mp.nextPart();
-    EXPECT_EQ("\r\n", line(f.mp));
-    EXPECT_EQ(255, f.mp.read());
+    line(f.mp);
+    EXPECT_EQ(255, f.mp.read()) << "bytes above 127 are not negative";
     EXPECT_EQ(0, f.mp.read());
     EXPECT_EQ(128, f.mp.read());
-    EXPECT_EQ(-1, f.mp.read());
-}
-
-TEST(MultipartData, EveryReadAnswersTheEndAfterThePartUntilNextPart) {
-    Fixture f(kTwoParts, "sep");
-    ASSERT_EQ(1, f.mp.hasNextPart());
-    f.mp.nextPart();
-    line(f.mp);
-    line(f.mp);
-    EXPECT_EQ("first", readPart(f.mp));
     char c;
     MOXByteBuffer b(8, 8);
     b << "kept";
@@ -348,8 +320,9 @@ TEST(MultipartData, ZeroByteReadsTouchNothing) {
 
 // ---------------------------------------------------------------- header lines
 
-TEST(MultipartLines, LoneCrStaysInsideTheLine) {
-    Fixture f("--b\r\nX-A: one\rtwo\r\n\r\n\r\n--b--", "b");
+// A lone CR stays inside its line; an unterminated last line is appended and answers zero.
+TEST(MultipartLines, LoneCrStaysInsideTheLineAndTheLastLineAnswersZero) {
+    Fixture f("--b\r\nX-A: one\rtwo\r\n\r\ntail\r\n--b--", "b");
     ASSERT_EQ(1, f.mp.hasNextPart());
     f.mp.nextPart();
     unsigned r = 0;
@@ -357,18 +330,10 @@ TEST(MultipartLines, LoneCrStaysInsideTheLine) {
     EXPECT_EQ(14u, r);
     EXPECT_EQ("\r\n", line(f.mp, &r));
     EXPECT_EQ(2u, r);
-    EXPECT_EQ("", line(f.mp, &r));
-    EXPECT_EQ(0u, r);
-}
-
-TEST(MultipartLines, UnterminatedLastLineIsAppendedAndAnswersZero) {
-    Fixture f("--b\r\nX: 1\r\n\r\ntail\r\n--b--", "b");
-    ASSERT_EQ(1, f.mp.hasNextPart());
-    f.mp.nextPart();
-    line(f.mp);
-    line(f.mp);
-    unsigned r = 1;
+    r = 1;
     EXPECT_EQ("tail", line(f.mp, &r));
+    EXPECT_EQ(0u, r);
+    EXPECT_EQ("", line(f.mp, &r));
     EXPECT_EQ(0u, r);
 }
 
@@ -390,11 +355,8 @@ TEST(MultipartEnd, ClosingDelimiterEndsIterationForGood) {
     Fixture f("--b\r\n\r\nx\r\n--b--\r\n--b\r\n\r\ny\r\n--b--", "b");
     EXPECT_EQ("x", nextData(f.mp));
     for (int i = 0; i < 3; ++i) EXPECT_EQ(0, f.mp.hasNextPart());
-}
-
-TEST(MultipartEnd, BodyWithoutPartsHasNoNextPart) {
-    Fixture f("--b--\r\n", "b");
-    EXPECT_EQ(0, f.mp.hasNextPart());
+    Fixture none("--b--\r\n", "b");
+    EXPECT_EQ(0, none.mp.hasNextPart()) << "a body without parts";
 }
 
 TEST(MultipartEnd, CutOffBodyRaisesError20FromEveryReadingOperation) {
@@ -437,7 +399,9 @@ TEST(MultipartEnd, CutOffBodyRaisesError20FromEveryReadingOperation) {
     expectMultipartEnd([&] { g.mp.read(); });
 }
 
-TEST(MultipartEnd, EpilogueGoesBackToAnInnerStreamThatCanUnread) {
+// What followed the closing delimiter goes back to an inner stream that can
+// take it, once; otherwise it is dropped; nothing goes back when the body ends there.
+TEST(MultipartEnd, EpilogueGoesBackOnUnWrap) {
     Fixture f(std::string(kTwoParts) + "epilogue\r\nHTTP/1.1 200 OK\r\n", "sep");
     EXPECT_EQ(1, f.mp.hasNextPart());
     f.mp.nextPart();
@@ -447,25 +411,21 @@ TEST(MultipartEnd, EpilogueGoesBackToAnInnerStreamThatCanUnread) {
     EXPECT_EQ("epilogue\r\nHTTP/1.1 200 OK\r\n", f.in.rest());
     f.mp.unWrap();
     EXPECT_EQ("epilogue\r\nHTTP/1.1 200 OK\r\n", f.in.rest()) << "given back once only";
-}
 
-TEST(MultipartEnd, EpilogueIsDroppedWhenTheInnerStreamCannotUnread) {
     const std::string epilogue(2000, 'e');
-    Fixture f(std::string(kTwoParts) + epilogue, "sep", {}, false);
-    EXPECT_EQ(1, f.mp.hasNextPart());
-    f.mp.nextPart();
-    EXPECT_EQ("second", nextData(f.mp));
-    f.mp.unWrap();
-    EXPECT_EQ("\r\n", f.in.unreadBytes());
-    EXPECT_LT(f.in.rest().size(), epilogue.size()) << "what was buffered is gone";
-}
+    Fixture g(std::string(kTwoParts) + epilogue, "sep", {}, false);
+    EXPECT_EQ(1, g.mp.hasNextPart());
+    g.mp.nextPart();
+    EXPECT_EQ("second", nextData(g.mp));
+    g.mp.unWrap();
+    EXPECT_EQ("\r\n", g.in.unreadBytes());
+    EXPECT_LT(g.in.rest().size(), epilogue.size()) << "what was buffered is gone";
 
-TEST(MultipartEnd, NothingGoesBackWhenTheBodyEndsAtTheClosingDelimiter) {
     for (const std::string tail : {"", "\r\n"}) {
-        Fixture f("--b\r\n\r\nx\r\n--b--" + tail, "b");
-        EXPECT_EQ("x", nextData(f.mp));
-        f.mp.unWrap();
-        EXPECT_EQ("\r\n", f.in.unreadBytes());
+        Fixture h("--b\r\n\r\nx\r\n--b--" + tail, "b");
+        EXPECT_EQ("x", nextData(h.mp));
+        h.mp.unWrap();
+        EXPECT_EQ("\r\n", h.in.unreadBytes());
     }
 }
 
@@ -486,16 +446,13 @@ TEST(MultipartEnd, UnWrapWithAPartLeftIsRefused) {
 
 // ---------------------------------------------------------------- what the stream does not offer
 
-TEST(MultipartUnsupported, UnreadAndWrapAreNotImplemented) {
+// Unread and wrap are not implemented; time limits and close have no inner stream to reach.
+TEST(MultipartUnsupported, UnreadWrapTimeLimitsAndClose) {
     ScriptedInputStream other("x");
     Fixture f(kTwoParts, "sep");
     EXPECT_EQ(0, f.mp.canUnread());
     expectNotImplemented([&] { f.mp.unread("ab", 2); }, "TALVEXMPInputStream::unread");
     expectNotImplemented([&] { f.mp.wrap(other); }, "TALVEXMPInputStream::wrap");
-}
-
-TEST(MultipartUnsupported, TimeLimitsAndCloseHaveNoInnerStreamToReach) {
-    Fixture f(kTwoParts, "sep");
     EXPECT_EQ(0, f.mp.canTimeout());
     EXPECT_EQ(0, f.mp.canCancel());
     EXPECT_EQ(0, f.mp.getTimeout());
