@@ -2,6 +2,8 @@
 
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "CaughtFailure.h"
 #include "SessionFixture.h"
@@ -28,28 +30,33 @@ TEST_F(SessionProperties, FreshSessionSendsChunksOf4000) {
     EXPECT_EQ(envelopeText(text), seen.envelope);
 }
 
-TEST_F(SessionProperties, FreshSessionUsesTheDefaultBoundaryForAttachments) {
-    TALVEXMessageWriter& w = session->openRequest(1);
-    auto* imp = dynamic_cast<TALVEXMessageWriterImp*>(&w);
-    ASSERT_NE(nullptr, imp);
-    EXPECT_EQ("=_=vorna-mp-boundary=_=", imp->getBoundary());
-    EXPECT_EQ(4000, imp->getChunkSize());
-    const std::string xml = envelopeText("parts");
-    PNXOutputStream& out = w.openEnvelope();
-    out.write(xml.data(), static_cast<unsigned>(xml.size()));
-    w.closeEnvelope(out);
-    w.writeAttachment("text/plain", nullptr, "abc", 3, "att-1");
-    session->closeRequest(w);
-    MOXIDOM_Document response;
-    session->getResponse(response);
-    EXPECT_EQ("parts", responseText(response));
+// A fresh session uses the default boundary; the boundary property replaces it.
+TEST_F(SessionProperties, BoundaryOfAttachmentRequests) {
+    for (const std::string boundary : {"=_=vorna-mp-boundary=_=", "my-own-boundary-42"}) {
+        SCOPED_TRACE(boundary);
+        if (boundary[0] != '=') session->setProperty("boundary", boundary);
+        TALVEXMessageWriter& w = session->openRequest(1);
+        auto* imp = dynamic_cast<TALVEXMessageWriterImp*>(&w);
+        ASSERT_NE(nullptr, imp);
+        EXPECT_EQ(boundary, imp->getBoundary());
+        EXPECT_EQ(4000, imp->getChunkSize());
+        const std::string xml = envelopeText("parts");
+        PNXOutputStream& out = w.openEnvelope();
+        out.write(xml.data(), static_cast<unsigned>(xml.size()));
+        w.closeEnvelope(out);
+        w.writeAttachment("text/plain", nullptr, "abc", 3, "att-1");
+        session->closeRequest(w);
+        MOXIDOM_Document response;
+        session->getResponse(response);
+        EXPECT_EQ("parts", responseText(response));
 
-    SoapEchoEndpoint::SeenRequest seen = endpoint.lastRequest();
-    EXPECT_TRUE(seen.multipart);
-    EXPECT_NE(std::string::npos, seen.header("content-type").find("=_=vorna-mp-boundary=_="));
-    EXPECT_NE(std::string::npos, seen.raw.find("\r\n--=_=vorna-mp-boundary=_=\r\n"));
-    ASSERT_EQ(1u, seen.parts.size());
-    EXPECT_EQ("abc", seen.parts[0].data);
+        SoapEchoEndpoint::SeenRequest seen = endpoint.lastRequest();
+        EXPECT_TRUE(seen.multipart);
+        EXPECT_NE(std::string::npos, seen.header("content-type").find(boundary));
+        EXPECT_NE(std::string::npos, seen.raw.find("\r\n--" + boundary + "\r\n"));
+        ASSERT_EQ(1u, seen.parts.size());
+        EXPECT_EQ("abc", seen.parts[0].data);
+    }
 }
 
 TEST_F(SessionProperties, SendContentLengthSendsALength) {
@@ -68,30 +75,47 @@ TEST_F(SessionProperties, SendContentLengthSendsALength) {
     EXPECT_FALSE(endpoint.lastRequest().has("transfer-encoding"));
 }
 
-TEST_F(SessionProperties, SendContentLengthThatIsNoNumberOrZeroKeepsChunks) {
-    for (const char* value : {"abc", "0", ""}) {
-        session->setProperty("send-content-length", std::string(value));
+// Each row: the properties set (in order), then the writer's chunk size (0:
+// a length is sent). A send-content-length that is no number or zero keeps
+// chunks; a chunk size below two becomes 4000; a length ignores the chunk size.
+TEST_F(SessionProperties, WriterFramingFollowsTheProperties) {
+    const struct {
+        std::vector<std::pair<const char*, std::string>> set;
+        int chunkSize;
+    } rows[] = {
+        {{{"send-content-length", "abc"}}, 4000},
+        {{{"send-content-length", "0"}}, 4000},
+        {{{"send-content-length", ""}}, 4000},
+        {{{"chunk-size", "1"}}, 4000},
+        {{{"chunk-size", "0"}}, 4000},
+        {{{"chunk-size", "-4000"}}, 4000},
+        {{{"chunk-size", "not a number"}}, 4000},
+        {{{"chunk-size", "2"}, {"send-content-length", "1"}}, 0},
+    };
+    for (const auto& r : rows) {
+        std::string what;
+        for (const auto& p : r.set) {
+            session->setProperty(p.first, p.second);
+            what += std::string(p.first) + "=" + p.second + " ";
+        }
+        SCOPED_TRACE(what);
         int chunkSize = -1;
-        EXPECT_EQ(value, cycleWithWriter(value, &chunkSize)) << "value '" << value << "'";
-        EXPECT_EQ(4000, chunkSize) << "value '" << value << "'";
-        EXPECT_EQ("chunked", endpoint.lastRequest().header("transfer-encoding")) << "value '" << value << "'";
+        EXPECT_EQ(what, cycleWithWriter(what, &chunkSize));
+        EXPECT_EQ(r.chunkSize, chunkSize);
+        EXPECT_EQ(r.chunkSize != 0, endpoint.lastRequest().has("transfer-encoding"));
+        EXPECT_EQ(r.chunkSize == 0, endpoint.lastRequest().has("content-length"));
     }
+    // The int forms, also from another thread, apply to the next request.
     session->setProperty("send-content-length", 0);
-    EXPECT_EQ("zero", roundTrip("zero"));
-    EXPECT_EQ("chunked", endpoint.lastRequest().header("transfer-encoding"));
-}
-
-TEST_F(SessionProperties, ChunkSizeBelowTwoBecomes4000) {
-    for (int value : {1, 0, -1, -4000}) {
-        session->setProperty("chunk-size", value);
-        int chunkSize = -1;
-        EXPECT_EQ("small", cycleWithWriter("small", &chunkSize));
-        EXPECT_EQ(4000, chunkSize) << "chunk-size " << value;
-    }
-    session->setProperty("chunk-size", std::string("not a number"));
+    session->setProperty("chunk-size", -1);
     int chunkSize = -1;
-    cycleWithWriter("text", &chunkSize);
+    EXPECT_EQ("zero", cycleWithWriter("zero", &chunkSize));
     EXPECT_EQ(4000, chunkSize);
+    EXPECT_EQ("chunked", endpoint.lastRequest().header("transfer-encoding"));
+    std::thread setter([&] { session->setProperty("send-content-length", 1); });
+    setter.join();
+    EXPECT_EQ("t", cycleWithWriter("t", &chunkSize));
+    EXPECT_EQ(0, chunkSize);
 }
 
 TEST_F(SessionProperties, ChunkSizeOfTwoIsUsedOnTheWire) {
@@ -107,30 +131,6 @@ TEST_F(SessionProperties, ChunkSizeOfTwoIsUsedOnTheWire) {
     cycleWithWriter(std::string(4001, 'y'), &chunkSize);
     EXPECT_EQ(4001, chunkSize);
     EXPECT_EQ("fa1", firstChunkLine(lastWireBody()));
-}
-
-TEST_F(SessionProperties, ContentLengthIgnoresTheChunkSize) {
-    session->setProperty("chunk-size", 2);
-    session->setProperty("send-content-length", "1");
-    int chunkSize = -1;
-    EXPECT_EQ("plain", cycleWithWriter("plain", &chunkSize));
-    EXPECT_EQ(0, chunkSize);
-    EXPECT_TRUE(endpoint.lastRequest().has("content-length"));
-}
-
-TEST_F(SessionProperties, BoundaryPropertyIsUsedForAttachments) {
-    session->setProperty("boundary", "my-own-boundary-42");
-    TALVEXMessageWriter& w = session->openRequest(1);
-    EXPECT_EQ("my-own-boundary-42", dynamic_cast<TALVEXMessageWriterImp&>(w).getBoundary());
-    const std::string xml = envelopeText("b");
-    PNXOutputStream& out = w.openEnvelope();
-    out.write(xml.data(), static_cast<unsigned>(xml.size()));
-    w.closeEnvelope(out);
-    session->closeRequest(w);
-    MOXIDOM_Document response;
-    session->getResponse(response);
-    EXPECT_EQ("b", responseText(response));
-    EXPECT_NE(std::string::npos, endpoint.lastRequest().raw.find("\r\n--my-own-boundary-42\r\n"));
 }
 
 TEST_F(SessionProperties, CapitalisedBoundaryIsRefusedAndChangesNothing) {
@@ -165,10 +165,3 @@ TEST_F(SessionProperties, CapitalisedBoundaryIsRefusedAndChangesNothing) {
     EXPECT_EQ("k", responseText(response));
 }
 
-TEST_F(SessionProperties, PropertiesSetFromAnotherThreadApplyToTheNextRequest) {
-    std::thread setter([&] { session->setProperty("send-content-length", 1); });
-    setter.join();
-    int chunkSize = -1;
-    EXPECT_EQ("t", cycleWithWriter("t", &chunkSize));
-    EXPECT_EQ(0, chunkSize);
-}
