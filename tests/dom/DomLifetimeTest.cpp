@@ -37,9 +37,8 @@ TEST(DomLifetime, AnAppendedEnvelopeOutlivesTheParsedDocument) {
     EXPECT_TRUE(envelope.getOwnerDocument() == callers);
     EXPECT_EQ("3", envelope.getFirstChild().getFirstChild().getTextContent());
     EXPECT_EQ(kResponse, MOXIDOM_Helper::toString(envelope));
-}
 
-TEST(DomLifetime, AnEnvelopeCanBecomeTheRootOfAnEmptyDocument) {
+    // It can also become the root of an empty document.
     MOXIDOM_Document response;
     ASSERT_FALSE(readInto(response) == NULL);
     EXPECT_EQ("Envelope", response.getDocumentElement().getLocalName());
