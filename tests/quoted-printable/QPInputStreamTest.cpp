@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "ScriptedInputStream.h"
 #include "mime/TALVEXMPInputStream.h"
@@ -80,22 +81,13 @@ Raised raised(const std::string& encoded) {
     return r;
 }
 
-void expectEscapeError(const std::string& encoded, const std::string& text, int position) {
+// Code 27 for a bad escape, 28 for blanks after "=" not ending the line; the
+// parameters are the bytes seen and the position of the "=".
+void expectDecodeError(const std::string& encoded, int code, const std::string& text, int position) {
     SCOPED_TRACE(encoded);
     const Raised r = raised(encoded);
-    EXPECT_EQ(27, r.code);
-    EXPECT_EQ(0xF2AEC365u, r.message);
-    EXPECT_EQ(text, r.text);
-    EXPECT_EQ(position, r.position);
-    EXPECT_EQ("TALVEXQPInputStream::getDecodedLine", r.function);
-    EXPECT_EQ("TALVEXQPInputStream", r.unit);
-}
-
-void expectSoftBreakError(const std::string& encoded, const std::string& text, int position) {
-    SCOPED_TRACE(encoded);
-    const Raised r = raised(encoded);
-    EXPECT_EQ(28, r.code);
-    EXPECT_EQ(0xF2A94CACu, r.message);
+    EXPECT_EQ(code, r.code);
+    EXPECT_EQ(code == 27 ? 0xF2AEC365u : 0xF2A94CACu, r.message);
     EXPECT_EQ(text, r.text);
     EXPECT_EQ(position, r.position);
     EXPECT_EQ("TALVEXQPInputStream::getDecodedLine", r.function);
@@ -104,82 +96,53 @@ void expectSoftBreakError(const std::string& encoded, const std::string& text, i
 
 }  // namespace
 
-// ---------------------------------------------------------------- escapes
-
-TEST(QPEscapes, HexDigitsOfEitherCase) {
-    EXPECT_EQ("a=b=", decode("a=3Db=3d"));
-    EXPECT_EQ("\xab\xcd\xef\x09"s, decode("=AB=cd=eF=09"));
-}
-
-TEST(QPEscapes, EscapeFFReadsAs255AndEscape00AsZero) {
+// Each row: encoded, decoded.
+TEST(QPDecoding, EscapesAndLineEnds) {
+    const std::pair<std::string, std::string> rows[] = {
+        // Hex digits of either case; bytes outside escapes pass unchanged.
+        {"a=3Db=3d", "a=b="},
+        {"=AB=cd=eF=09", "\xab\xcd\xef\x09"s},
+        {"\x01\x7f\x80\xff \t~"s, "\x01\x7f\x80\xff \t~"s},
+        // A soft break joins lines, also with blanks before its line end.
+        {"abc=\r\ndef\r\n", "abcdef\r\n"},
+        {"abc=\ndef", "abcdef"},
+        {"abc=\rdef", "abcdef"},
+        {"abc=\n\rdef", "abcdef"},  // LF CR is one line end
+        {"abc= \t\r\ndef", "abcdef"},
+        {"abc=\t\t \ndef", "abcdef"},
+        // The soft break's line end is taken once; the empty line after it stays.
+        {"abc= \r\n\r\ndef", "abc\r\ndef"},
+        {"abc= \n\ndef", "abc\r\ndef"},
+        {"abc= \r\n\ndef", "abc\r\ndef"},
+        // Every hard line end becomes CR LF; trailing blanks are kept.
+        {"a\nb\r\rc", "a\r\nb\r\n\r\nc"},
+        {"a\n\rb", "a\r\nb"},
+        {"a\n\nb", "a\r\n\r\nb"},
+        {"a\r\n\r\nb", "a\r\n\r\nb"},
+        {"a\r", "a\r\n"},
+        {"a \r\n", "a \r\n"},
+        {"a \t\nb\t", "a \t\r\nb\t"},
+    };
+    for (const auto& r : rows) EXPECT_EQ(r.second, decode(r.first)) << ::testing::PrintToString(r.first);
     Decoder d("=FF=00x");
-    EXPECT_EQ(255, d.qp.read());
+    EXPECT_EQ(255, d.qp.read()) << "not negative";
     EXPECT_EQ(0, d.qp.read());
     EXPECT_EQ('x', d.qp.read());
     EXPECT_EQ(-1, d.qp.read());
 }
 
-TEST(QPEscapes, BytesOutsideEscapesPassUnchanged) {
-    EXPECT_EQ("\x01\x7f\x80\xff \t~"s, decode("\x01\x7f\x80\xff \t~"s));
-}
-
-// ---------------------------------------------------------------- line ends
-
-TEST(QPLineEnds, SoftBreakJoinsLines) {
-    EXPECT_EQ("abcdef\r\n", decode("abc=\r\ndef\r\n"));
-    EXPECT_EQ("abcdef", decode("abc=\ndef"));
-    EXPECT_EQ("abcdef", decode("abc=\rdef"));
-    EXPECT_EQ("abcdef", decode("abc=\n\rdef")) << "LF CR is one line end";
-}
-
-TEST(QPLineEnds, SoftBreakWithBlanksBeforeTheLineEnd) {
-    EXPECT_EQ("abcdef", decode("abc= \t\r\ndef"));
-    EXPECT_EQ("abcdef", decode("abc=\t\t \ndef"));
-}
-
-TEST(QPLineEnds, LineEndAfterASoftBreakWithBlanksIsKept) {
-    // The soft break's line end is taken once; the empty line after it stays.
-    EXPECT_EQ("abc\r\ndef", decode("abc= \r\n\r\ndef"));
-    EXPECT_EQ("abc\r\ndef", decode("abc= \n\ndef"));
-    EXPECT_EQ("abc\r\ndef", decode("abc= \r\n\ndef"));
-}
-
-TEST(QPLineEnds, EveryHardLineEndBecomesCrLf) {
-    EXPECT_EQ("a\r\nb\r\n\r\nc", decode("a\nb\r\rc"));
-    EXPECT_EQ("a\r\nb", decode("a\n\rb"));
-    EXPECT_EQ("a\r\n\r\nb", decode("a\n\nb"));
-    EXPECT_EQ("a\r\n\r\nb", decode("a\r\n\r\nb"));
-    EXPECT_EQ("a\r\n", decode("a\r"));
-}
-
-TEST(QPLineEnds, TrailingBlanksAreKept) {
-    EXPECT_EQ("a \r\n", decode("a \r\n"));
-    EXPECT_EQ("a \t\r\nb\t", decode("a \t\nb\t"));
-}
-
-// ---------------------------------------------------------------- malformed input
-
-TEST(QPErrors, EqualsNotFollowedByTwoHexDigits) {
-    expectEscapeError("x=4\r\n", "= 0x34 0x0D", 1);
-    expectEscapeError("=G1", "= 0x47 0x31", 0);
-    expectEscapeError("ab=4g", "= 0x34 0x67", 2);
-    expectEscapeError("abc\r\n=1", "= 0x31 EOF", 5);
-}
-
-TEST(QPErrors, EqualsAsTheLastByte) {
-    expectEscapeError("=", "= EOF EOF", 0);
-    expectEscapeError("x=", "= EOF EOF", 1);
-}
-
-TEST(QPErrors, PositionIgnoresAPushedBackByte) {
+TEST(QPErrors, MalformedInputNamesTheBytesAndThePosition) {
+    expectDecodeError("x=4\r\n", 27, "= 0x34 0x0D", 1);
+    expectDecodeError("=G1", 27, "= 0x47 0x31", 0);
+    expectDecodeError("ab=4g", 27, "= 0x34 0x67", 2);
+    expectDecodeError("abc\r\n=1", 27, "= 0x31 EOF", 5);
+    expectDecodeError("=", 27, "= EOF EOF", 0);
+    expectDecodeError("x=", 27, "= EOF EOF", 1);
     // The "=" after the lone CR is read twice (pushed back), counted once.
-    expectEscapeError("a\r=4", "= 0x34 EOF", 2);
-}
-
-TEST(QPErrors, BlanksAfterEqualsFollowedByOtherThanALineEnd) {
-    expectSoftBreakError("x= y", "0x79", 3);
-    expectSoftBreakError("x=\t \t=", "0x3D", 5);
-    expectSoftBreakError("x= ", "EOF", 3);
+    expectDecodeError("a\r=4", 27, "= 0x34 EOF", 2);
+    expectDecodeError("x= y", 28, "0x79", 3);
+    expectDecodeError("x=\t \t=", 28, "0x3D", 5);
+    expectDecodeError("x= ", 28, "EOF", 3);
 }
 
 TEST(QPErrors, ErrorsOfTheInnerStreamPassThrough) {
@@ -243,15 +206,11 @@ TEST(QPReading, ByteBufferReadReplacesTheContent) {
     EXPECT_EQ(0u, b.pcount());
 }
 
-TEST(QPReading, ZeroByteReadDecodesNothing) {
+TEST(QPReading, ZeroByteReadDecodesNothingAndANullTargetIsAnAssertion) {
     Decoder d("abc");
     char c;
     EXPECT_EQ(0u, d.qp.read(&c, 0));
     EXPECT_EQ(0u, d.in.calls());
-}
-
-TEST(QPReading, NullTargetIsAnAssertion) {
-    Decoder d("abc");
     try {
         d.qp.read(static_cast<char*>(nullptr), 1);
         FAIL();
