@@ -166,11 +166,10 @@ TEST(MessageWriter, MisuseIsRefusedWithItsText) {
               functionOf([&] { request.setResponseStatus(200, "OK"); }));
     EXPECT_EQ("MOX_ASSERT(m_sock);", assertionOf([] { TALVEXMessageWriterImp("/", 1, 0, nullptr, 1, 0, nullptr); }));
     EXPECT_EQ("MOX_ASSERT(_uri_path);", assertionOf([&] { TALVEXMessageWriterImp(nullptr, 1, 0, &s, 1, 0, nullptr); }));
-}
 
-TEST(MessageWriter, WritesAfterCloseEnvelopeAndSecondCloseFail) {
-    captureWire([&](TALVEXSocketNonSSL& s) {
-        TALVEXMessageWriterImp w("/", 1, 0, &s, 1, 0, nullptr);
+    // Writes after closeEnvelope, and a second close, fail.
+    captureWire([&](TALVEXSocketNonSSL& sock) {
+        TALVEXMessageWriterImp w("/", 1, 0, &sock, 1, 0, nullptr);
         PNXOutputStream& out = w.openEnvelope();
         out.write("<e/>", 4);
         w.closeEnvelope(out);

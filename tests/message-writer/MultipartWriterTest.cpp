@@ -95,11 +95,15 @@ TEST(MultipartWriter, TransferEncodingFollowsTheContentType) {
 }
 
 TEST(MultipartWriter, CallerHeaderTextIsCutAtCrLf) {
-    ParsedMessage m = multipart([](TALVEXMessageWriterImp& w) {
-        w.writeAttachment("a/b", nullptr, "X-One: 1\r\nX-Two:2\r\n", "d", 1, "h1");
-        w.writeAttachment("a/b", nullptr, "no colon at all", "d", 1, "h2");
-        w.writeAttachment("a/b", nullptr, "X-A: 1\nX-B: 2", "d", 1, "h3");
-    });
+    std::string wire;
+    ParsedMessage m = multipart(
+        [](TALVEXMessageWriterImp& w) {
+            w.writeAttachment("a/b", nullptr, "X-One: 1\r\nX-Two:2\r\n", "d", 1, "h1");
+            w.writeAttachment("a/b", nullptr, "no colon at all", "d", 1, "h2");
+            w.writeAttachment("a/b", nullptr, "X-A: 1\nX-B: 2", "d", 1, "h3");
+        },
+        1, &wire);
+    EXPECT_NE(std::string::npos, wire.find("\r\nX-One:  1\r\n")) << "the sender adds its blank; the caller's stays";
     ASSERT_EQ("", m.error);
     ASSERT_EQ(4u, m.parts.size());
     const ParsedPart& p1 = m.parts[1];
@@ -109,17 +113,6 @@ TEST(MultipartWriter, CallerHeaderTextIsCutAtCrLf) {
     EXPECT_EQ("X-Two", p1.headers[5].first);
     EXPECT_EQ(4u, m.parts[2].headers.size()) << "a text without a colon sets nothing";
     EXPECT_EQ("<absent>", m.parts[3].header("X-B"));
-}
-
-TEST(MultipartWriter, BlankAfterTheColonStaysInTheValue) {
-    std::string wire = captureWire([&](TALVEXSocketNonSSL& s) {
-        TALVEXMessageWriterImp w("/mp", 1, 1, &s, 1, 0, nullptr);
-        PNXOutputStream& env = w.openEnvelope();
-        w.closeEnvelope(env);
-        w.writeAttachment("a/b", nullptr, "X-Sp: v\r\n", "d", 1, "id");
-        w.close();
-    });
-    EXPECT_NE(std::string::npos, wire.find("\r\nX-Sp:  v\r\n")) << "the sender adds its blank; the caller's stays";
 }
 
 TEST(MultipartWriter, XmlAttachmentFromADomNode) {

@@ -25,17 +25,14 @@ void expectRefused(TALVEXEnabledOutputStream& s) {
 }
 }  // namespace
 
-TEST(EnabledOutputStream, RefusesWritesUntilEnabledWithATarget) {
+// Writes are refused until enabled with a target, then pass unchanged.
+TEST(EnabledOutputStream, RefusesWritesUntilEnabledWithATargetAndCanBeReEnabled) {
+    Recorder target;
     TALVEXEnabledOutputStream s;
     EXPECT_EQ(0, s.isEnabled());
     expectRefused(s);
     s.setEnabled(1);
     expectRefused(s);  // enabled, but no target
-}
-
-TEST(EnabledOutputStream, PassesWritesUnchangedAndCanBeReEnabled) {
-    Recorder target;
-    TALVEXEnabledOutputStream s;
     s.setOutputStream(&target);
     s.setEnabled(1);
     s.write("ab\0c", 4);
