@@ -42,7 +42,8 @@ struct Message {
 TEST(AttachmentReader, EachPartDecodesOnItsOwnDeclaration) {
     Message m(response({{"Content-Transfer-Encoding: quoted-printable\r\n", "x=3Dy"},
                         {"Content-ID: raw\r\n", "x=3Dy"},
-                        {"Content-Transfer-Encoding: QUOTED-PRINTABLE\r\n", "=FF=00"}}));
+                        {"Content-Transfer-Encoding: QUOTED-PRINTABLE\r\n", "=FF=00"},
+                        {"Content-Transfer-Encoding: quoted-printable-extended\r\n", "a=3D"}}));
     TALVEXAttachmentReader& a = m.next();
     PNXInputStream& decoded = a.getInputStream();
     EXPECT_EQ(&decoded, &a.getInputStream()) << "asked twice for one part, the same stream";
@@ -54,6 +55,8 @@ TEST(AttachmentReader, EachPartDecodesOnItsOwnDeclaration) {
     EXPECT_EQ(255, last.read());
     EXPECT_EQ(0, last.read());
     EXPECT_EQ(-1, last.read());
+    m.reader.closeAttachment(a);
+    EXPECT_EQ("a=3D", readAll(m.next().getInputStream())) << "an overlong transfer encoding is left undecoded";
 }
 
 TEST(AttachmentReader, Base64IsRefusedWithTheValueAsSentAndTheNextPartStillReads) {
@@ -72,11 +75,6 @@ TEST(AttachmentReader, Base64IsRefusedWithTheValueAsSentAndTheNextPartStillReads
     m.reader.closeAttachment(a);
     ASSERT_EQ(1, m.reader.hasMoreAttachments());
     EXPECT_EQ("ok", readAll(m.next().getInputStream()));
-}
-
-TEST(AttachmentReader, OverlongTransferEncodingIsLeftUndecoded) {
-    Message m(response({{"Content-Transfer-Encoding: quoted-printable-extended\r\n", "a=3D"}}));
-    EXPECT_EQ("a=3D", readAll(m.next().getInputStream()));
 }
 
 TEST(AttachmentReader, GzipFlagAndHeaders) {
