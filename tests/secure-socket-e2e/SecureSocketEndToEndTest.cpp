@@ -8,13 +8,17 @@
 #include <thread>
 
 #include "../secure-socket-unit/SecureSocketTestSupport.h"
-#include "TlsTestServer.h"
+#include "../vlt/tls_peer.h"
 #include "pnxstreams/PNXIOCancelException.h"
 #include "pnxstreams/PNXIOTimeoutException.h"
 #include "transport/MOXCrypto.h"
 #include "transport/TALVEXSocketSSL.h"
 
 using namespace securetest;
+using vlttest::pattern;
+using vlttest::PeerMode;
+using vlttest::PeerOptions;
+using vlttest::TlsPeer;
 
 namespace {
 std::string configFor(const std::string& caFile) {
@@ -22,8 +26,28 @@ std::string configFor(const std::string& caFile) {
 }
 
 const std::string& trustingConfig() {
-    static const std::string config = configFor(TestCertificates::get().certificate);
+    static const std::string config = configFor(vlttest::certificates().ca);
     return config;
+}
+
+PeerOptions peerOptions(PeerMode mode, int connections = 1) {
+    PeerOptions o;
+    o.certificate = vlttest::certificates().server;
+    o.key = vlttest::certificates().serverKey;
+    o.mode = mode;
+    o.connections = connections;
+    return o;
+}
+
+PeerOptions sinkThenSource(size_t sink, size_t source, int connections = 1) {
+    PeerOptions o = peerOptions(PeerMode::SinkThenSource, connections);
+    o.sinkBytes = sink;
+    o.sourceBytes = source;
+    return o;
+}
+
+std::string urlOf(const TlsPeer& peer, bool ipv6 = false) {
+    return std::string("https://") + (ipv6 ? "[::1]" : "127.0.0.1") + ":" + std::to_string(peer.port()) + "/soap";
 }
 
 std::string readToTheEnd(TALVEXSocketSSL& s) {
@@ -42,13 +66,6 @@ void writeAll(TALVEXSocketSSL& s, const std::string& data) {
     }
 }
 
-TlsTestServer::Options sinkThenSource(size_t sink, size_t source) {
-    TlsTestServer::Options o;
-    o.sinkBytes = sink;
-    o.sourceBytes = source;
-    return o;
-}
-
 class SecureSocketEndToEnd : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -64,10 +81,10 @@ TEST_F(SecureSocketEndToEnd, BytesBothWaysByUrlBlockingAndNonBlocking) {
         // Non-blocking writes go in pieces of 32768 bytes.
         const size_t sink = nonBlocking ? 3 * 32768 + 1 + 250000 : 300001;
         const size_t source = nonBlocking ? 1000001 : 700003;
-        TlsTestServer server(sinkThenSource(sink, source));
+        TlsPeer server(sinkThenSource(sink, source));
         TALVEXSocketSSL s(nonBlocking);
         EXPECT_EQ(nonBlocking, s.isNonBlockingSocket());
-        s.open(server.url().c_str(), trustingConfig().c_str(), 10);
+        s.open(urlOf(server).c_str(), trustingConfig().c_str(), 10);
         writeAll(s, pattern(sink, 1));
         EXPECT_TRUE(readToTheEnd(s) == pattern(source, 2));
         EXPECT_EQ(-1, s.getInputStream()->read()) << "the end stays the end";
@@ -78,41 +95,43 @@ TEST_F(SecureSocketEndToEnd, BytesBothWaysByUrlBlockingAndNonBlocking) {
 }
 
 TEST_F(SecureSocketEndToEnd, OneWriteOfManyChunksInNonBlockingMode) {
-    TlsTestServer server(sinkThenSource(3 * 32768 + 1, 5));
+    TlsPeer server(sinkThenSource(3 * 32768 + 1, 5));
     TALVEXSocketSSL s(1);
-    s.open(server.url().c_str(), trustingConfig().c_str(), 10);
+    s.open(urlOf(server).c_str(), trustingConfig().c_str(), 10);
     const std::string data = pattern(3 * 32768 + 1, 1);
     int written = 0;
     s.WriteBuffer(data.data(), static_cast<unsigned>(data.size()), &written);
     EXPECT_EQ(static_cast<int>(data.size()), written);
     EXPECT_EQ(pattern(5, 2), readToTheEnd(s));
+    s.close();  // the peer waits for it
     server.finish();
     EXPECT_TRUE(server.uploadMatched());
 }
 
 TEST_F(SecureSocketEndToEnd, ByAddressAndOverIPv6) {
     for (bool ipv6 : {false, true}) {
-        TlsTestServer::Options o = sinkThenSource(10, 20);
+        PeerOptions o = sinkThenSource(10, 20);
         o.ipv6 = ipv6;
-        TlsTestServer server(o);
+        TlsPeer server(o);
         TALVEXSocketSSL s(ipv6 ? 1 : 0);
         if (ipv6) {
-            s.open(server.url().c_str(), trustingConfig().c_str(), 10);
+            s.open(urlOf(server, true).c_str(), trustingConfig().c_str(), 10);
         } else {
             s.open(server.port(), ipv4(), trustingConfig().c_str(), 10);
             EXPECT_EQ("127.0.0.1:" + std::to_string(server.port()), s.getAuthority());
         }
         writeAll(s, pattern(10, 1));
         EXPECT_EQ(pattern(20, 2), readToTheEnd(s)) << (ipv6 ? "IPv6" : "IPv4");
+        s.close();
         server.finish();
         EXPECT_TRUE(server.uploadMatched());
     }
 }
 
 TEST_F(SecureSocketEndToEnd, ReopenUsesTheStoredUrlAndDocument) {
-    TlsTestServer server(sinkThenSource(0, 3));
+    TlsPeer server(sinkThenSource(0, 3, 2));
     TALVEXSocketSSL s(0);
-    s.open(server.url().c_str(), trustingConfig().c_str(), 10);
+    s.open(urlOf(server).c_str(), trustingConfig().c_str(), 10);
     EXPECT_EQ(pattern(3, 2), readToTheEnd(s));
     s.close();
     s.open(10);
@@ -123,13 +142,11 @@ TEST_F(SecureSocketEndToEnd, ReopenUsesTheStoredUrlAndDocument) {
 }
 
 TEST_F(SecureSocketEndToEnd, NonBlockingSilentReadTimesOutOrIsCancelledFromAnotherThread) {
-    TlsTestServer::Options o;
-    o.mode = TlsTestServer::Mode::Silent;
-    TlsTestServer server(o);
+    TlsPeer server(peerOptions(PeerMode::Echo, 2));  // says nothing unless spoken to
     char buf[16];
     {
         TALVEXSocketSSL s(1);
-        s.open(server.url().c_str(), trustingConfig().c_str(), 10);
+        s.open(urlOf(server).c_str(), trustingConfig().c_str(), 10);
         EXPECT_EQ(1, s.getInputStream()->setTimeout(1));
         auto t = Clock::now();
         EXPECT_THROW(s.getInputStream()->read(buf, sizeof buf), PNXIOTimeoutException);
@@ -137,7 +154,7 @@ TEST_F(SecureSocketEndToEnd, NonBlockingSilentReadTimesOutOrIsCancelledFromAnoth
         EXPECT_LT(secondsSince(t), 10.0);
     }
     TALVEXSocketSSL s(1);
-    s.open(server.url().c_str(), trustingConfig().c_str(), 10);
+    s.open(urlOf(server).c_str(), trustingConfig().c_str(), 10);
     TALVEXSocketInputStream* in = s.getInputStream();
     EXPECT_EQ(1, in->setCancel(1));
     std::thread canceller([in] {
@@ -152,27 +169,22 @@ TEST_F(SecureSocketEndToEnd, NonBlockingSilentReadTimesOutOrIsCancelledFromAnoth
 }
 
 TEST_F(SecureSocketEndToEnd, BlockingModeWaitsPastTheTimeLimit) {
-    TlsTestServer::Options o;
-    o.mode = TlsTestServer::Mode::LateGreeting;
-    o.delayMs = 2000;
-    TlsTestServer server(o);
+    PeerOptions o = peerOptions(PeerMode::Greeting);
+    o.greetingDelayMs = 2000;
+    TlsPeer server(o);
     TALVEXSocketSSL s(0);
-    s.open(server.url().c_str(), trustingConfig().c_str(), 10);
+    s.open(urlOf(server).c_str(), trustingConfig().c_str(), 10);
     EXPECT_EQ(1, s.getInputStream()->setTimeout(1));
     auto t = Clock::now();
-    EXPECT_EQ("hello", readToTheEnd(s)) << "no time-out in blocking mode";
+    EXPECT_EQ("hello\n", readToTheEnd(s)) << "no time-out in blocking mode";
     EXPECT_GE(secondsSince(t), 1.8);
 }
 
 TEST_F(SecureSocketEndToEnd, RefusedConnectionFailsAtOnce) {
-    int port;
-    {
-        TlsTestServer server(TlsTestServer::Options{});
-        port = server.port();
-    }  // nobody listens there any more
+    vlttest::RefusingPort closed;
     TALVEXSocketSSL s(0);
     auto t = Clock::now();
-    TALVEXException e = toolkitError([&] { s.open(port, ipv4(), trustingConfig().c_str(), 0); });
+    TALVEXException e = toolkitError([&] { s.open(closed.port(), ipv4(), trustingConfig().c_str(), 0); });
     EXPECT_EQ(5, e.getCode());
     EXPECT_EQ(0u, detail(e).find("VLT_Connect=0xfffffff3 ")) << detail(e);
     EXPECT_GT(detail(e).size(), std::string("VLT_Connect=0xfffffff3 ").size()) << "with the library's details";
@@ -180,19 +192,20 @@ TEST_F(SecureSocketEndToEnd, RefusedConnectionFailsAtOnce) {
 }
 
 TEST_F(SecureSocketEndToEnd, UntrustedServerAndBrokenDocumentFailWithTheLibrarysDetails) {
-    TlsTestServer::Options o;
-    o.stranger = true;
-    TlsTestServer server(o);
+    PeerOptions o = peerOptions(PeerMode::Echo, 3);
+    o.certificate = vlttest::certificates().selfSigned;  // not signed by the trusted CA
+    o.key = vlttest::certificates().selfSignedKey;
+    TlsPeer server(o);
     TALVEXSocketSSL s(0);
     auto t = Clock::now();
-    TALVEXException e = toolkitError([&] { s.open(server.url().c_str(), trustingConfig().c_str(), 1); });
+    TALVEXException e = toolkitError([&] { s.open(urlOf(server).c_str(), trustingConfig().c_str(), 1); });
     EXPECT_EQ(5, e.getCode());
     EXPECT_EQ(0u, detail(e).find("VLT_Connect=0x")) << detail(e);
     EXPECT_LT(secondsSince(t), 3.9) << "the time limit ends the attempts after one pause";
 
     const std::string missingCa = configFor("/no/such/ca.pem");
     TALVEXSocketSSL b(0);
-    e = toolkitError([&] { b.open(server.url().c_str(), missingCa.c_str(), 5); });
+    e = toolkitError([&] { b.open(urlOf(server).c_str(), missingCa.c_str(), 5); });
     EXPECT_EQ(31, e.getCode());
     EXPECT_EQ(0u, functionText(e).find("VLT_Socket=0x")) << functionText(e);
     EXPECT_FALSE(detail(e).empty()) << "the library says why";

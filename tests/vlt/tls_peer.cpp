@@ -361,6 +361,7 @@ void TlsPeer::serve(int fd) {
         break;
     }
     case PeerMode::Greeting: {
+        std::this_thread::sleep_for(std::chrono::milliseconds(options_.greetingDelayMs));
         std::size_t written = 0;
         SSL_write_ex(ssl, "hello\n", 6, &written);
         SSL_shutdown(ssl);

@@ -45,7 +45,7 @@ std::string pattern(std::size_t length, unsigned seed);
 enum class PeerMode {
     Echo,            // sends back what it reads until the client closes
     SinkThenSource,  // reads sinkBytes, checks them, sends sourceBytes, close_notify
-    Greeting,        // sends "hello\n" and close_notify
+    Greeting,        // sends "hello\n" (after greetingDelayMs) and close_notify
     AbruptClose,     // reads one line, then drops TCP without close_notify
     DropAtOnce,      // drops TCP right after the handshake
 };
@@ -62,6 +62,7 @@ struct PeerOptions {
     std::size_t sourceBytes = 0;
     bool ipv6 = false;
     int connections = 1;
+    int greetingDelayMs = 0;
 };
 
 // A TLS server on a loopback port, one thread per connection.
