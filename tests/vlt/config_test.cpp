@@ -18,39 +18,33 @@ std::string refusal(const std::string& document) {
     return detail;
 }
 
-TEST(Config, NullDocumentMeansDefaults) {
+TEST(Config, AcceptedDocuments) {
     Handle c;
     std::string detail = "unchanged";
-    EXPECT_EQ(c.open(nullptr, &detail), VLT_S_OK);
+    EXPECT_EQ(c.open(nullptr, &detail), VLT_S_OK) << "no document means defaults";
     EXPECT_NE(c.h, 0u);
     EXPECT_EQ(detail, "");
-}
 
-TEST(Config, EmptyRootIsFine) {
-    Handle a, b, d;
-    EXPECT_EQ(a.open("<sessionConfigDocument/>"), VLT_S_OK);
-    EXPECT_EQ(b.open("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!-- settings -->\n"
-                     "<sessionConfigDocument xmlns=\"urn:talvex:session\">\n</sessionConfigDocument>\n"),
-              VLT_S_OK);
-    EXPECT_EQ(d.open("<sessionConfigDocument></sessionConfigDocument>"), VLT_S_OK);
-}
-
-TEST(Config, EveryElement) {
     const Certificates& certs = certificates();
-    std::string doc = "<sessionConfigDocument>\n"
-                      "  <serverName>localhost</serverName>\n"
-                      "  <caFile>" + certs.ca + "</caFile>\n"
-                      "  <caPath>" + certs.dir + "</caPath>\n"
-                      "  <verifyPeer>true</verifyPeer>\n"
-                      "  <clientCertificate>" + certs.client + "</clientCertificate>\n"
-                      "  <clientKey>" + certs.clientKey + "</clientKey>\n"
-                      "  <minProtocol>TLS1.3</minProtocol>\n"
-                      "  <cipherList>HIGH:!aNULL</cipherList>\n"
-                      "  <!-- the toolkit adds the next one -->\n"
-                      "<protocolFamily>IPv4</protocolFamily></sessionConfigDocument>";
-    Handle c;
-    std::string detail;
-    EXPECT_EQ(c.open(doc, &detail), VLT_S_OK) << detail;
+    const std::string documents[] = {
+        "<sessionConfigDocument/>",
+        "<sessionConfigDocument></sessionConfigDocument>",
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!-- settings -->\n"
+        "<sessionConfigDocument xmlns=\"urn:talvex:session\">\n</sessionConfigDocument>\n",
+        // Given twice, protocolFamily takes the last.
+        "<sessionConfigDocument><protocolFamily>IPv6</protocolFamily>"
+        "<protocolFamily>IPv4</protocolFamily></sessionConfigDocument>",
+        // Every element.
+        "<sessionConfigDocument>\n  <serverName>localhost</serverName>\n  <caFile>" + certs.ca +
+            "</caFile>\n  <caPath>" + certs.dir + "</caPath>\n  <verifyPeer>true</verifyPeer>\n"
+            "  <clientCertificate>" + certs.client + "</clientCertificate>\n  <clientKey>" + certs.clientKey +
+            "</clientKey>\n  <minProtocol>TLS1.3</minProtocol>\n  <cipherList>HIGH:!aNULL</cipherList>\n"
+            "  <!-- the toolkit adds the next one -->\n<protocolFamily>IPv4</protocolFamily></sessionConfigDocument>",
+    };
+    for (const std::string& document : documents) {
+        Handle d;
+        EXPECT_EQ(d.open(document, &detail), VLT_S_OK) << document << ": " << detail;
+    }
 }
 
 TEST(Config, ToolkitDocumentConnects) {
@@ -67,13 +61,6 @@ TEST(Config, ToolkitDocumentConnects) {
     ASSERT_EQ(connectUrl(c.h, "https://localhost:" + std::to_string(peer.port()) + "/"), VLT_S_OK) << lastError(c.h);
 }
 
-TEST(Config, ProtocolFamilyGivenTwiceTakesTheLast) {
-    Handle c;
-    EXPECT_EQ(c.open("<sessionConfigDocument><protocolFamily>IPv6</protocolFamily>"
-                     "<protocolFamily>IPv4</protocolFamily></sessionConfigDocument>"),
-              VLT_S_OK);
-}
-
 TEST(Config, EntitiesAndCdata) {
     Handle a, b;
     std::string detail;
@@ -84,11 +71,6 @@ TEST(Config, EntitiesAndCdata) {
     EXPECT_EQ(b.open("<sessionConfigDocument><caFile><![CDATA[/no/such/<x>.pem]]></caFile></sessionConfigDocument>", &detail),
               VLT_E_CONFIG);
     EXPECT_NE(detail.find("'/no/such/<x>.pem'"), std::string::npos) << detail;
-}
-
-TEST(Config, UnknownElement) {
-    EXPECT_EQ(refusal("<sessionConfigDocument><fooBar>1</fooBar></sessionConfigDocument>"),
-              "unknown element <fooBar> in sessionConfigDocument");
 }
 
 struct Refusal {
@@ -137,7 +119,10 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"<sessionConfigDocument><cipherList>NOTHING-AT-ALL</cipherList></sessionConfigDocument>",
                 "cipherList 'NOTHING-AT-ALL' selects no usable cipher"}));
 
-TEST(Config, FilesWithTheWrongContent) {
+TEST(Config, ExactRefusalTexts) {
+    EXPECT_EQ(refusal("<sessionConfigDocument><fooBar>1</fooBar></sessionConfigDocument>"),
+              "unknown element <fooBar> in sessionConfigDocument");
+    // Files with the wrong content.
     const Certificates& certs = certificates();
     EXPECT_EQ(refusal(configDocument({{"caFile", certs.caKey}})).rfind("caFile '" + certs.caKey + "' holds no usable CA certificate", 0), 0u);
     EXPECT_EQ(refusal(configDocument({{"clientCertificate", certs.clientKey}})).rfind("clientCertificate '" + certs.clientKey + "' holds no usable PEM certificate", 0), 0u);
@@ -148,17 +133,14 @@ TEST(Config, FilesWithTheWrongContent) {
               "requireClientCertificate needs caFile or caPath to check client certificates against");
 }
 
-TEST(Config, DetailOutArgumentMayBeNull) {
+TEST(Config, DetailOutArgumentMayBeNullAndTextsAreFreedOnceAndOnlyOnce) {
     VLT_HANDLE h = 0;
     EXPECT_EQ(VLT_Socket(&h, "<bad/>", 0, nullptr), VLT_E_CONFIG);
     EXPECT_EQ(h, 0u);
     // The reason is still there for whoever asks.
     EXPECT_EQ(lastError(0), "root element is <bad>, expected <sessionConfigDocument>");
     EXPECT_EQ(VLT_Socket(nullptr, nullptr, 0, nullptr), VLT_E_INVALID_ARGUMENT);
-}
 
-TEST(Config, DetailTextsAreFreedOnceAndOnlyOnce) {
-    VLT_HANDLE h = 0;
     char* detail = nullptr;
     EXPECT_EQ(VLT_Socket(&h, "<x/>", 0, &detail), VLT_E_CONFIG);
     ASSERT_NE(detail, nullptr);

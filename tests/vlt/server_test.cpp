@@ -24,6 +24,14 @@ int boundPort(VLT_HANDLE h) {
     return ntohs(reinterpret_cast<sockaddr_in&>(a).sin_port);
 }
 
+// Binds to a free loopback port and listens; answers the port.
+int listenOnLoopback(VLT_HANDLE h) {
+    sockaddr_storage any = loopback(0);
+    EXPECT_EQ(VLT_Bind(h, &any, sizeof any, 0), VLT_S_OK) << lastError(h);
+    EXPECT_EQ(VLT_Listen(h, 4, 0), VLT_S_OK) << lastError(h);
+    return boundPort(h);
+}
+
 // Accepts one connection, runs the handshake and echoes one line.
 void echoOnce(VLT_HANDLE listener, int* handshake) {
     VLT_HANDLE accepted = 0;
@@ -48,10 +56,7 @@ void echoOnce(VLT_HANDLE listener, int* handshake) {
 TEST(Server, EchoWithTheLibrarysClient) {
     Handle server;
     ASSERT_EQ(server.open(serverDocument()), VLT_S_OK);
-    sockaddr_storage any = loopback(0);
-    ASSERT_EQ(VLT_Bind(server.h, &any, sizeof any, 0), VLT_S_OK) << lastError(server.h);
-    ASSERT_EQ(VLT_Listen(server.h, 4, 0), VLT_S_OK) << lastError(server.h);
-    int port = boundPort(server.h);
+    int port = listenOnLoopback(server.h);
     int handshake = -1;
     std::thread thread(echoOnce, server.h, &handshake);
 
@@ -70,10 +75,7 @@ TEST(Server, RequiresClientCertificate) {
     Handle server;
     ASSERT_EQ(server.open(serverDocument({{"requireClientCertificate", "true"}, {"caFile", certificates().ca}})), VLT_S_OK);
     ASSERT_EQ(VLT_Bind_Url(server.h, "https://127.0.0.1:0/", 0), VLT_E_INVALID_ARGUMENT) << "port 0 is no URL port";
-    sockaddr_storage any = loopback(0);
-    ASSERT_EQ(VLT_Bind(server.h, &any, sizeof any, 0), VLT_S_OK);
-    ASSERT_EQ(VLT_Listen(server.h, 4, 0), VLT_S_OK);
-    int port = boundPort(server.h);
+    int port = listenOnLoopback(server.h);
     std::string url = "https://127.0.0.1:" + std::to_string(port) + "/";
 
     int handshake = -1;
@@ -131,7 +133,7 @@ TEST(Server, NonBlockingAcceptAndBindUrl) {
     client.join();
 }
 
-TEST(Server, ListeningNeedsACertificate) {
+TEST(Server, ListeningNeedsACertificateAndAFreePort) {
     Handle server;
     ASSERT_EQ(server.open(nullptr), VLT_S_OK);
     sockaddr_storage any = loopback(0);
@@ -141,13 +143,10 @@ TEST(Server, ListeningNeedsACertificate) {
     VLT_HANDLE accepted = 0;
     EXPECT_EQ(VLT_Accept(server.h, &accepted, nullptr, nullptr, 0), VLT_E_INVALID_ARGUMENT);
     EXPECT_EQ(VLT_Connect_Url(server.h, "https://127.0.0.1:1/", 0), VLT_E_INVALID_ARGUMENT);
-}
 
-TEST(Server, BindToAPortInUse) {
     Handle first, second;
     ASSERT_EQ(first.open(serverDocument()), VLT_S_OK);
     ASSERT_EQ(second.open(serverDocument()), VLT_S_OK);
-    sockaddr_storage any = loopback(0);
     ASSERT_EQ(VLT_Bind(first.h, &any, sizeof any, 0), VLT_S_OK);
     ASSERT_EQ(VLT_Listen(first.h, 1, 0), VLT_S_OK);
     sockaddr_storage taken = loopback(boundPort(first.h));
@@ -158,10 +157,7 @@ TEST(Server, BindToAPortInUse) {
 TEST(Server, ServesOpensslSClient) {
     Handle server;
     ASSERT_EQ(server.open(serverDocument()), VLT_S_OK);
-    sockaddr_storage any = loopback(0);
-    ASSERT_EQ(VLT_Bind(server.h, &any, sizeof any, 0), VLT_S_OK);
-    ASSERT_EQ(VLT_Listen(server.h, 4, 0), VLT_S_OK);
-    int port = boundPort(server.h);
+    int port = listenOnLoopback(server.h);
     int handshake = -1;
     std::thread thread(echoOnce, server.h, &handshake);
     std::string out = scratchDir() + "/s_client.out";
