@@ -100,7 +100,7 @@ void expectSame(const HeadCase& c, const Record& reference, HeadFeed& feed, cons
     EXPECT_EQ(reference, recordOf(p, c.keys)) << c.name << ", " << how;
     if (exact) {
         // Without read-ahead the inner stream shows exactly how far the parser read.
-        EXPECT_EQ(c.head.size(), feed.in.position()) << c.name << ", " << how;
+        EXPECT_EQ(c.head.size(), feed.in.consumed()) << c.name << ", " << how;
     }
     EXPECT_EQ(c.body, feed.remaining()) << c.name << ", " << how;
 }
@@ -120,18 +120,16 @@ TEST(ParserSplit, EveryValidHeadGivesTheSameRecordHoweverItsBytesArrive) {
             HeadFeed f(data, size);
             expectSame(c, reference, f, "buffer " + std::to_string(size), size == 0);
         }
+        // Every read of the inner stream cut to k bytes: split at k, 2k, ...
         for (unsigned k = 1; k <= data.size(); ++k) {
             for (int size : {5, 1024}) {
-                HeadFeed f(data, size, {k});
-                expectSame(c, reference, f, "first read " + std::to_string(k) + ", buffer " + std::to_string(size),
+                HeadFeed f(data, size, k);
+                expectSame(c, reference, f, "reads of " + std::to_string(k) + ", buffer " + std::to_string(size),
                            false);
             }
-            // Split twice: at k and again k bytes later.
-            HeadFeed twice(data, 1024, {k, k});
-            expectSame(c, reference, twice, "reads of " + std::to_string(k), false);
         }
-        for (int size : {0, 3, 1024}) {
-            HeadFeed f(data, size, {}, 1);
+        for (int size : {0, 3}) {
+            HeadFeed f(data, size, 1);
             expectSame(c, reference, f, "one byte per read, buffer " + std::to_string(size), size == 0);
         }
     }

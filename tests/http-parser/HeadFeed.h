@@ -3,7 +3,6 @@
 
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "MemoryInputStream.h"
 #include "pnxstreams/PNXBufferedInputStream.h"
@@ -12,8 +11,9 @@
 // message reader sets it up over a connection.
 class HeadFeed {
 public:
-    explicit HeadFeed(std::string data, int bufferSize = 1024, std::vector<unsigned> pieces = {}, unsigned rest = 0)
-        : in(std::move(data), std::move(pieces), rest), is(in, bufferSize) {}
+    // piece: the most each read of the inner stream delivers.
+    explicit HeadFeed(std::string data, int bufferSize = 1024, unsigned piece = 0xFFFFFFFFu)
+        : in(std::move(data), piece), is(in, bufferSize) {}
 
     PNXBufferedInputStream* stream() { return &is; }
 
