@@ -413,37 +413,32 @@ TEST(SecureSocket, HowConnectionsEnd) {
     EXPECT_EQ(c.close(), VLT_S_OK);
 }
 
-class LargeTransfer : public ::testing::TestWithParam<bool> {};
-
-TEST_P(LargeTransfer, ByteIdenticalBothWays) {
-    const bool nonBlocking = GetParam();
-    const std::size_t upload = 6 * 1024 * 1024 + 123;
-    const std::size_t download = 5 * 1024 * 1024 + 77;
-    PeerOptions o = serverPeer(PeerMode::SinkThenSource);
-    o.sinkBytes = upload;
-    o.sourceBytes = download;
-    TlsPeer peer(o);
-    Handle c;
-    ASSERT_EQ(openAndConnect(c, peer.port()), VLT_S_OK) << lastError(c.h);
-    if (nonBlocking) {
-        int one = 1;
-        ASSERT_EQ(VLT_SetSockOpt(c.h, VLT_FIONBIO, &one, 4, 0), VLT_S_OK);
+TEST(SecureSocket, LargeTransfersAreByteIdenticalBothWaysBlockingAndNonBlocking) {
+    for (bool nonBlocking : {false, true}) {
+        SCOPED_TRACE(nonBlocking);
+        const std::size_t upload = 6 * 1024 * 1024 + 123;
+        const std::size_t download = 5 * 1024 * 1024 + 77;
+        PeerOptions o = serverPeer(PeerMode::SinkThenSource);
+        o.sinkBytes = upload;
+        o.sourceBytes = download;
+        TlsPeer peer(o);
+        Handle c;
+        ASSERT_EQ(openAndConnect(c, peer.port()), VLT_S_OK) << lastError(c.h);
+        if (nonBlocking) {
+            int one = 1;
+            ASSERT_EQ(VLT_SetSockOpt(c.h, VLT_FIONBIO, &one, 4, 0), VLT_S_OK);
+        }
+        ASSERT_EQ(sendAll(c.h, pattern(upload, 1), nonBlocking, nonBlocking ? 32768 : upload), VLT_S_OK) << lastError(c.h);
+        std::string received;
+        ASSERT_EQ(receiveAll(c.h, received), VLT_S_OK) << lastError(c.h);
+        ASSERT_EQ(received.size(), download);
+        EXPECT_TRUE(received == pattern(download, 2));
+        c.close();
+        peer.finish();
+        EXPECT_EQ(peer.bytesReceived(), upload);
+        EXPECT_TRUE(peer.uploadMatched());
     }
-    ASSERT_EQ(sendAll(c.h, pattern(upload, 1), nonBlocking, nonBlocking ? 32768 : upload), VLT_S_OK) << lastError(c.h);
-    std::string received;
-    ASSERT_EQ(receiveAll(c.h, received), VLT_S_OK) << lastError(c.h);
-    ASSERT_EQ(received.size(), download);
-    EXPECT_TRUE(received == pattern(download, 2));
-    c.close();
-    peer.finish();
-    EXPECT_EQ(peer.bytesReceived(), upload);
-    EXPECT_TRUE(peer.uploadMatched());
 }
-
-INSTANTIATE_TEST_SUITE_P(Modes, LargeTransfer, ::testing::Values(false, true),
-                         [](const ::testing::TestParamInfo<bool>& info) {
-                             return info.param ? "NonBlocking" : "Blocking";
-                         });
 
 TEST(SecureSocket, ConnectionsFromSeveralThreads) {
     PeerOptions o = serverPeer();

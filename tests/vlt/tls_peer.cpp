@@ -121,24 +121,10 @@ void makeCertificates(const std::string& folder) {
 }
 
 Certificates describe(const std::string& folder) {
-    Certificates c;
-    c.dir = folder;
-    auto path = [&](const char* file) { return c.dir + "/" + file; };
-    c.ca = path("ca.pem");
-    c.caKey = path("ca.key");
-    c.server = path("server.pem");
-    c.serverKey = path("server.key");
-    c.selfSigned = path("self.pem");
-    c.selfSignedKey = path("self.key");
-    c.wrongHost = path("wrong.pem");
-    c.wrongHostKey = path("wrong.key");
-    c.expired = path("expired.pem");
-    c.expiredKey = path("expired.key");
-    c.client = path("client.pem");
-    c.clientKey = path("client.key");
-    c.otherClient = path("other.pem");
-    c.otherClientKey = path("other.key");
-    return c;
+    auto p = [&](const char* file) { return folder + "/" + file; };
+    return Certificates{folder,           p("ca.pem"),     p("ca.key"),      p("server.pem"), p("server.key"),
+                        p("self.pem"),    p("self.key"),   p("wrong.pem"),   p("wrong.key"),  p("expired.pem"),
+                        p("expired.key"), p("client.pem"), p("client.key"),  p("other.pem"),  p("other.key")};
 }
 
 void blockSigpipe() {
@@ -391,45 +377,24 @@ void TlsPeer::serve(int fd) {
     ::close(fd);
 }
 
-std::string TlsPeer::handshakeError() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return handshakeError_;
-}
-int TlsPeer::version() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return version_;
-}
-std::string TlsPeer::serverName() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return serverName_;
-}
-std::string TlsPeer::clientSubject() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return clientSubject_;
-}
-bool TlsPeer::uploadMatched() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return uploadMatched_;
-}
-std::size_t TlsPeer::bytesReceived() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return bytesReceived_;
-}
-int TlsPeer::handshakes() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return handshakes_;
-}
+// The results under the lock, since the peer's threads write them.
+#define PEER_RESULT(Type, name, member)          \
+    Type TlsPeer::name() const {                 \
+        std::lock_guard<std::mutex> lock(mutex_); \
+        return member;                           \
+    }
+PEER_RESULT(std::string, handshakeError, handshakeError_)
+PEER_RESULT(int, version, version_)
+PEER_RESULT(std::string, serverName, serverName_)
+PEER_RESULT(std::string, clientSubject, clientSubject_)
+PEER_RESULT(bool, uploadMatched, uploadMatched_)
+PEER_RESULT(std::size_t, bytesReceived, bytesReceived_)
+PEER_RESULT(int, handshakes, handshakes_)
+#undef PEER_RESULT
 
 int freePort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof a;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length);
-    ::close(fd);
-    return ntohs(a.sin_port);
+    RefusingPort bound;
+    return bound.port();  // free again once closed
 }
 
 OpensslServer::OpensslServer(const std::vector<std::string>& extraArguments) {
