@@ -210,60 +210,50 @@ TEST_F(SecureSocketConnect, FiveFailedAttemptsWithFourPauses) {
     EXPECT_EQ("VLT_Connect=0xffffffc4 details of handle 7", detail(e));
 }
 
-TEST_F(SecureSocketConnect, SocketRefusedByUrlIsCode31) {
-    fake.pushResult("VLT_Socket", -5);
-    TALVEXSocketSSL s(0);
-    TALVEXException e = toolkitError([&] { s.open(kUrl, kConfig, 0); });
-    EXPECT_EQ(31, e.getCode());
-    const MOXMessage& m = catalogMessage(e);
-    EXPECT_EQ(0xF2AF1B68u, m.getNumber());
-    ASSERT_EQ(2u, m.getParameters().size());
-    EXPECT_EQ(kUrl, m.getParameters()[0].getText().str());
-    EXPECT_EQ(-5, m.getParameters()[1].getNumber());
-    EXPECT_EQ("socket refused by the fake", detail(e));
-    EXPECT_EQ("VLT_Socket=0xfffffffb TALVEXSocketSSL::open()", functionText(e));
-    EXPECT_EQ(0, fake.count("VLT_Connect_Url"));
-    EXPECT_EQ(1, fake.detailAllocs());
-    EXPECT_EQ(1, fake.detailFrees());
+// The catalog parameters as text: texts as they are, numbers in decimal.
+std::vector<std::string> parametersOf(const MOXMessage& m) {
+    std::vector<std::string> texts;
+    for (const auto& p : m.getParameters())
+        texts.push_back(p.isNumber() ? std::to_string(p.getNumber()) : std::string(p.getText().str()));
+    return texts;
 }
 
-TEST_F(SecureSocketConnect, SocketRefusedByAddressIsCode1) {
-    fake.pushResult("VLT_Socket", -5);
-    TALVEXSocketSSL s(0);
-    TALVEXException e = toolkitError([&] { s.open(8443, ipv4(), kConfig, 0); });
-    EXPECT_EQ(1, e.getCode());
-    const MOXMessage& m = catalogMessage(e);
-    EXPECT_EQ(0xF2A4DB68u, m.getNumber());
-    ASSERT_EQ(3u, m.getParameters().size());
-    EXPECT_EQ("127.0.0.1", m.getParameters()[0].getText().str());
-    EXPECT_EQ(8443, m.getParameters()[1].getNumber());
-    EXPECT_EQ(-5, m.getParameters()[2].getNumber());
-    EXPECT_EQ("socket refused by the fake", detail(e));
-    EXPECT_EQ("VLT_Socket=0xfffffffb TALVEXSocketSSL::open()", functionText(e));
-}
-
-TEST_F(SecureSocketConnect, UnresolvedUrlIsCode1WithTheUrl) {
-    fake.setUriFamily(0xFFFF);
-    TALVEXSocketSSL s(0);
-    TALVEXException e = toolkitError([&] { s.open(kUrl, kConfig, 0); });
-    EXPECT_EQ(1, e.getCode());
-    const MOXMessage& m = catalogMessage(e);
-    EXPECT_EQ(0xF2A4DB68u, m.getNumber());
-    ASSERT_EQ(2u, m.getParameters().size());
-    EXPECT_EQ(kUrl, m.getParameters()[0].getText().str());
-    EXPECT_EQ(0, m.getParameters()[1].getNumber());
-    EXPECT_EQ("TALVEXSocketSSL::open()", functionText(e));
-    EXPECT_EQ(0, fake.count("VLT_Socket"));
-}
-
-TEST_F(SecureSocketConnect, NoAddressTargetIsCode1WithTheAddressText) {
-    TALVEXSocketSSL s(0);
-    TALVEXException e = toolkitError([&] { s.open(443, noAddress(), kConfig, 0); });
-    EXPECT_EQ(1, e.getCode());
-    const MOXMessage& m = catalogMessage(e);
-    ASSERT_EQ(2u, m.getParameters().size());
-    EXPECT_EQ("unprintable", m.getParameters()[0].getText().str());
-    EXPECT_EQ(443, m.getParameters()[1].getNumber());
+TEST_F(SecureSocketConnect, NoSocketOrNoAddressIsCode31ByUrlOrCode1) {
+    const struct {
+        const char* what;
+        std::function<void(FakeCrypto&)> arrange;
+        std::function<void(TALVEXSocketSSL&)> open;
+        int code;
+        unsigned number;
+        std::vector<std::string> parameters;
+        std::string detail, function;
+    } rows[] = {
+        {"socket refused, by URL", [](FakeCrypto& f) { f.pushResult("VLT_Socket", -5); },
+         [](TALVEXSocketSSL& s) { s.open(kUrl, kConfig, 0); }, 31, 0xF2AF1B68u, {kUrl, "-5"},
+         "socket refused by the fake", "VLT_Socket=0xfffffffb TALVEXSocketSSL::open()"},
+        {"socket refused, by address", [](FakeCrypto& f) { f.pushResult("VLT_Socket", -5); },
+         [](TALVEXSocketSSL& s) { s.open(8443, ipv4(), kConfig, 0); }, 1, 0xF2A4DB68u, {"127.0.0.1", "8443", "-5"},
+         "socket refused by the fake", "VLT_Socket=0xfffffffb TALVEXSocketSSL::open()"},
+        {"unresolved URL", [](FakeCrypto& f) { f.setUriFamily(0xFFFF); },
+         [](TALVEXSocketSSL& s) { s.open(kUrl, kConfig, 0); }, 1, 0xF2A4DB68u, {kUrl, "0"}, "",
+         "TALVEXSocketSSL::open()"},
+        {"no address", [](FakeCrypto&) {}, [](TALVEXSocketSSL& s) { s.open(443, noAddress(), kConfig, 0); }, 1,
+         0xF2A4DB68u, {"unprintable", "443"}, "", "TALVEXSocketSSL::open()"},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        fake.reset();
+        r.arrange(fake);
+        TALVEXSocketSSL s(0);
+        TALVEXException e = toolkitError([&] { r.open(s); });
+        EXPECT_EQ(r.code, e.getCode());
+        EXPECT_EQ(r.number, catalogMessage(e).getNumber());
+        EXPECT_EQ(r.parameters, parametersOf(catalogMessage(e)));
+        EXPECT_EQ(r.detail, detail(e));
+        EXPECT_EQ(r.function, functionText(e));
+        EXPECT_EQ(0, fake.count(r.detail.empty() ? "VLT_Socket" : "VLT_Connect_Url"));
+        EXPECT_EQ(fake.detailAllocs(), fake.detailFrees());
+    }
 }
 
 TEST_F(SecureSocketConnect, LeftoverHandleIsClosedBeforeTheNextOpen) {
