@@ -39,14 +39,14 @@ struct SendStep {
     int take;  // -1: everything offered
 };
 
-struct State {
-    std::mutex lock;
+// Everything fake_reset puts back.
+struct Fields {
     std::vector<std::string> log;
     std::map<std::string, std::deque<int>> results;
     std::deque<Chunk> received;
     std::deque<SendStep> sends;
     std::string sent;
-    std::map<unsigned, int> options;
+    std::map<unsigned, int> options{{0x1001, 65536}, {0x1002, 16384}};
     int selectDefault = 1;
     int uriFamily = AF_INET;
     Handle nextHandle = 7;
@@ -56,11 +56,10 @@ struct State {
     int allocs = 0;
     int frees = 0;
     std::string text;  // what fake_log and fake_last_* hand out
+};
 
-    State() {
-        options[0x1001] = 65536;
-        options[0x1002] = 16384;
-    }
+struct State : Fields {
+    std::mutex lock;
 };
 
 State& state() {
@@ -121,25 +120,7 @@ struct Resolution {
 
 // --- steering -----------------------------------------------------------------
 
-FAKE_API void fake_reset() {
-    LOCKED_STATE;
-    s.log.clear();
-    s.results.clear();
-    s.received.clear();
-    s.sends.clear();
-    s.sent.clear();
-    s.options.clear();
-    s.options[0x1001] = 65536;
-    s.options[0x1002] = 16384;
-    s.selectDefault = 1;
-    s.uriFamily = AF_INET;
-    s.nextHandle = 7;
-    s.lastConfig.clear();
-    s.lastUrl.clear();
-    std::memset(&s.lastTarget, 0, sizeof s.lastTarget);
-    s.allocs = 0;
-    s.frees = 0;
-}
+FAKE_API void fake_reset() { LOCKED_STATE; static_cast<Fields&>(s) = Fields(); }
 
 FAKE_API void fake_clear_log() { LOCKED_STATE; s.log.clear(); }
 
