@@ -187,27 +187,22 @@ TEST_F(SecureSocketConnect, RefusedFailsAtOnceWithCode5ByAddressAndByUrl) {
     }
 }
 
-TEST_F(SecureSocketConnect, TimeLimitIsCheckedAfterEveryAttempt) {
-    for (int i = 0; i < 5; ++i) fake.pushResult("VLT_Connect", -2);
-    TALVEXSocketSSL s(0);
-    auto t = Clock::now();
-    TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, 1); });
-    double took = secondsSince(t);
-    EXPECT_GE(took, 1.9);
-    EXPECT_EQ(5, e.getCode());
-    EXPECT_EQ("VLT_Connect=0xfffffffe details of handle 7", detail(e));
-    EXPECT_EQ(2, fake.count("VLT_Connect")) << "the pause after the first attempt used up the limit";
-}
-
-TEST_F(SecureSocketConnect, FiveFailedAttemptsWithFourPauses) {
-    for (int i = 0; i < 5; ++i) fake.pushResult("VLT_Connect", -60);
-    TALVEXSocketSSL s(0);
-    auto t = Clock::now();
-    TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, 0); });
-    double took = secondsSince(t);
-    EXPECT_GE(took, 7.9);
-    EXPECT_EQ(5, fake.count("VLT_Connect"));
-    EXPECT_EQ("VLT_Connect=0xffffffc4 details of handle 7", detail(e));
+TEST_F(SecureSocketConnect, FiveFailedAttemptsWithFourPausesUnlessTheTimeLimitEndsThemAfterOne) {
+    // Time limit, failure status, attempts expected, least time taken, detail.
+    for (auto [limit, status, attempts, least, text] :
+         {std::tuple{0, -60, 5, 7.9, "VLT_Connect=0xffffffc4 details of handle 7"},
+          {1, -2, 2, 1.9, "VLT_Connect=0xfffffffe details of handle 7"}}) {
+        SCOPED_TRACE(limit);
+        fake.reset();
+        for (int i = 0; i < 5; ++i) fake.pushResult("VLT_Connect", status);
+        TALVEXSocketSSL s(0);
+        auto t = Clock::now();
+        TALVEXException e = toolkitError([&] { s.open(443, ipv4(), kConfig, limit); });
+        EXPECT_GE(secondsSince(t), least);
+        EXPECT_EQ(5, e.getCode());
+        EXPECT_EQ(attempts, fake.count("VLT_Connect")) << "the limit is checked after every attempt";
+        EXPECT_EQ(text, detail(e));
+    }
 }
 
 // The catalog parameters as text: texts as they are, numbers in decimal.
