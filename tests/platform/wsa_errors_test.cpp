@@ -72,6 +72,7 @@ TEST(WsaErrorMapping, ZeroIsNoErrorAndOtherConstantsCarryThePublishedNumbers) {
       {WSAEPROCLIM, 10067},     {WSAVERNOTSUPPORTED, 10092}, {WSAEDISCON, 10101},         {WSASERVICE_NOT_FOUND, 10108},
       {WSA_E_CANCELLED, 10111}, {WSAEREFUSED, 10112},        {WSAHOST_NOT_FOUND, 11001},  {WSANO_DATA, 11004},
       {WSAEWOULDBLOCK, 10035},  {WSAECONNRESET, 10054},      {WSAESHUTDOWN, 10058},       {WSAECONNREFUSED, 10061},
+      {WSAEINTR, 10004},        {WSAEREMOTE, 10071},
   };
   for (const auto& [constant, published] : constants) EXPECT_EQ(constant, published);
 }
