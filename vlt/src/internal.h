@@ -112,6 +112,9 @@ struct SocketIo {
     std::size_t outPos = 0;
     int lastErrno = 0;
     bool eof = false;
+    // Set by a write, cleared by the next read: an answer to what was just
+    // sent cannot be there yet, so a blocking read waits before its first recv.
+    bool answerDue = false;
     bool hasDeadline = false;
     std::chrono::steady_clock::time_point deadline{};
 
