@@ -1,6 +1,7 @@
 #ifndef TALVEX_SESSION_TALVEXSESSIONIMP_H
 #define TALVEX_SESSION_TALVEXSESSIONIMP_H
 
+#include <functional>
 #include <map>
 #include <string>
 
@@ -48,7 +49,8 @@ private:
     int m_request_sent;
     TALVEXMessageWriter* m_current_writer;
     TALVEXMessageReader* m_current_reader;
-    std::map<std::string, std::string> m_properties;
+    // std::less<>: looked up by a C string without making a std::string of it.
+    std::map<std::string, std::string, std::less<>> m_properties;
     std::map<std::string, std::string> m_headers;
     MOXThreadCriticalSection m_lock;
 };

@@ -11,13 +11,17 @@ namespace {
 const char kVersion[] = "HTTP/1.1";
 
 // CR, LF and NUL would end or cut the line; a blank keeps the line whole.
+// (A NUL cannot occur in a C string: the text simply ends there.)
 std::string lineSafe(const char* text) {
-    std::string out = text != nullptr ? text : "";
+    if (text == nullptr) return std::string();
+    std::string out(text);
     for (char& c : out) {
-        if (c == '\r' || c == '\n' || c == '\0') c = ' ';
+        if (c == '\r' || c == '\n') c = ' ';
     }
     return out;
 }
+
+char lowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 
 std::string requestTarget(const char* uri) {
     static const char hex[] = "0123456789ABCDEF";
@@ -70,14 +74,17 @@ HttpMsgNode::HttpMsgNode(bool isPart)
       m_head_written(false),
       m_is_request(false),
       m_has_start_line(false),
-      m_has_authority(false) {}
+      m_has_authority(false) {
+    // A request's head has a handful of headers: one allocation, not several.
+    m_headers.reserve(8);
+}
 
 HttpMsgNode::~HttpMsgNode() {}
 
 bool HttpMsgNode::equalsIgnoreCase(const std::string& a, const char* b) {
     std::string::size_type i = 0;
     for (; i < a.size() && b[i] != '\0'; ++i) {
-        if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) {
+        if (lowerAscii(a[i]) != lowerAscii(b[i])) {
             return false;
         }
     }
@@ -132,6 +139,9 @@ bool HttpMsgNode::isOwnHeader(const std::string& /*name*/) const { return false;
 std::string HttpMsgNode::hostValue() const { return m_has_authority ? m_authority : authorityOf(m_uri); }
 
 void HttpMsgNode::composeHead(std::string& out) {
+    std::string::size_type size = out.size() + m_start_line.size() + m_authority.size() + 16;
+    for (const auto& header : m_headers) size += header.first.size() + header.second.size() + 4;
+    out.reserve(size);
     if (!m_is_part) {
         if (!m_has_start_line) {
             MOX_THROW(MOXIllegalStateError, "HttpMsgNode::composeHead - no start line was given");
