@@ -78,23 +78,51 @@ I18NString printable(const char* text) { return I18NString(makePrintable(text));
 
 }  // namespace
 
-TALVEXHTTPParser::TALVEXHTTPParser() : m_multipart(0), m_content_length(0), m_chunked(0) {}
+TALVEXHTTPParser::TALVEXHTTPParser() : m_multipart(0), m_content_length(0), m_chunked(0), m_pseudo_set{} {}
 
 TALVEXHTTPParser::~TALVEXHTTPParser() {}
 
+namespace {
+// The start line's pieces live beside the map, in fixed slots that keep their
+// storage from message to message: four map entries with long keys would cost
+// allocations on every message. A header line of the same name shares the slot.
+const char* const kPseudoNames[] = {"talvex-http-version", "talvex-uri", "talvex-status-code", "talvex-reason-phrase"};
+
+int pseudoIndex(const char* name) {
+    if (std::strncmp(name, "talvex-", 7) != 0) return -1;
+    for (int i = 0; i < 4; ++i) {
+        if (std::strcmp(name, kPseudoNames[i]) == 0) return i;
+    }
+    return -1;
+}
+}  // namespace
+
 const char* TALVEXHTTPParser::getHeader(const char* name) const {
     if (name == nullptr) return nullptr;
+    const int slot = pseudoIndex(name);
+    if (slot >= 0) return m_pseudo_set[slot] ? m_pseudo[slot].c_str() : nullptr;
     const auto it = m_headers.find(name);
     return it == m_headers.end() ? nullptr : it->second.c_str();
 }
 
 void TALVEXHTTPParser::setHeader(const char* name, std::string value) {
+    const int slot = pseudoIndex(name);
+    if (slot >= 0) {
+        m_pseudo[slot] = std::move(value);
+        m_pseudo_set[slot] = true;
+        return;
+    }
     // Found by the C string: a key is made only when the name is new.
     const auto it = m_headers.find(name);
     if (it != m_headers.end())
         it->second = std::move(value);
     else
         m_headers.emplace(name, std::move(value));
+}
+
+void TALVEXHTTPParser::clearHeaders() {
+    m_headers.clear();
+    for (bool& set : m_pseudo_set) set = false;
 }
 
 void TALVEXHTTPParser::parseRequest(PNXBufferedInputStream* is) {
@@ -177,7 +205,7 @@ void TALVEXHTTPParser::parsePartHeaders(PNXBufferedInputStream* is) {
     m_content_id.clear();
     m_content_type.clear();
     m_boundary.clear();
-    m_headers.clear();
+    clearHeaders();
     processHeaders(is, 1);
 }
 
@@ -309,7 +337,7 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
         header.dump(dumped);
         stored.assign(dumped.str(), dumped.pcount());
     }
-    m_headers[std::move(name)] = std::move(stored);
+    setHeader(name.c_str(), std::move(stored));
 }
 
 std::string makePrintable(const char* pString) {

@@ -49,6 +49,7 @@ private:
     void processHeaders(PNXBufferedInputStream* is, int store, MOXByteBuffer& line);
     void processHeader(MOXByteBuffer& line);
     void setHeader(const char* name, std::string value);
+    void clearHeaders();
 
     int m_multipart;
     int m_content_length;
@@ -58,6 +59,9 @@ private:
     std::string m_boundary;
     // std::less<>: looked up by a C string without making a std::string of it.
     std::map<std::string, std::string, std::less<>> m_headers;
+    // The pseudo-headers of the start line (see the .cpp), and whether each was stored.
+    std::string m_pseudo[4];
+    bool m_pseudo_set[4];
 };
 
 // A copy of a wire text fit for an error message: every byte outside 0x20..0x7E
