@@ -30,8 +30,12 @@ char lowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 
 std::string requestTarget(const char* uri) {
     static const char hex[] = "0123456789ABCDEF";
     if (uri == nullptr || *uri == '\0') return "/";
-    std::string out;
-    for (const char* p = uri; *p != '\0'; ++p) {
+    const char* p = uri;
+    while (static_cast<unsigned char>(*p) > 0x20 && static_cast<unsigned char>(*p) < 0x7F) ++p;
+    // The usual target needs no escapes: taken as it is.
+    if (*p == '\0') return std::string(uri, p);
+    std::string out(uri, p);
+    for (; *p != '\0'; ++p) {
         unsigned char c = static_cast<unsigned char>(*p);
         if (c <= 0x20 || c >= 0x7F) {
             out += '%';
@@ -107,7 +111,11 @@ void HttpMsgNode::startRequest(const char* uri, int /*reserved*/) {
     checkMessage("HttpMsgNode::startRequest - a MIME part has no start line");
     checkOpen("HttpMsgNode::startRequest - the head was already written");
     m_uri = requestTarget(uri);
-    m_start_line = "POST " + m_uri + " " + kVersion;
+    m_start_line.reserve(m_uri.size() + 6 + sizeof kVersion);
+    m_start_line.assign("POST ");
+    m_start_line += m_uri;
+    m_start_line += ' ';
+    m_start_line += kVersion;
     m_is_request = true;
     m_has_start_line = true;
 }
