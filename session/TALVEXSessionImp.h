@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 
+#include "http/TALVEXMessageWriterImp.h"
 #include "moxcore/MOXThreadCriticalSection.h"
 #include "talvex/TALVEXSession.h"
 
@@ -48,6 +49,8 @@ private:
     std::string m_uri_path;
     int m_request_sent;
     TALVEXMessageWriter* m_current_writer;
+    // The last plain request's head, sent again while its pieces stay the same.
+    TALVEXMessageWriterImp::HeadCache m_head_cache;
     TALVEXMessageReader* m_current_reader;
     // std::less<>: looked up by a C string without making a std::string of it.
     std::map<std::string, std::string, std::less<>> m_properties;

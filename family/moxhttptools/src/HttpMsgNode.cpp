@@ -82,7 +82,8 @@ HttpMsgNode::HttpMsgNode(bool isPart)
       m_head_written(false),
       m_is_request(false),
       m_has_start_line(false),
-      m_has_authority(false) {
+      m_has_authority(false),
+      m_has_given_head(false) {
     // A request's head has a handful of headers: one allocation, not several.
     m_headers.reserve(8);
 }
@@ -150,7 +151,25 @@ bool HttpMsgNode::isOwnHeader(const std::string& /*name*/) const { return false;
 
 std::string HttpMsgNode::hostValue() const { return m_has_authority ? m_authority : authorityOf(m_uri); }
 
+void HttpMsgNode::useHead(const std::string* head) {
+    if (head == nullptr) {
+        // Forgetting changes nothing once the head is out: allowed at any time.
+        m_has_given_head = false;
+        m_given_head.clear();
+        return;
+    }
+    checkMessage("HttpMsgNode::useHead - a MIME part's head is not given whole");
+    checkOpen("HttpMsgNode::useHead - the head was already written");
+    m_has_given_head = true;
+    m_given_head = *head;
+}
+
 void HttpMsgNode::composeHead(std::string& out) {
+    if (m_has_given_head) {
+        out += m_given_head;
+        m_head_written = true;
+        return;
+    }
     std::string::size_type size = out.size() + m_start_line.size() + m_authority.size() + 16;
     for (const auto& header : m_headers) size += header.first.size() + header.second.size() + 4;
     out.reserve(size);
