@@ -76,6 +76,37 @@ bool startsWithLower(const char* text, const char* prefix) {
 
 I18NString printable(const char* text) { return I18NString(makePrintable(text)); }
 
+// A header value with parameters, taken apart by HTTPHeader.
+struct ParsedValue {
+    std::string raw;
+    std::string value;  // getValue
+    bool hasBoundary = false;
+    std::string boundary;  // getAttribute("boundary")
+    std::string normal;    // dump
+};
+
+// The last value with parameters this thread took apart: a peer sends the
+// same Content-Type on every response, and parsing and normalising it was
+// most of that line's cost. The result depends on the text alone.
+const ParsedValue& parsedValue(const char* raw) {
+    thread_local ParsedValue last;
+    thread_local bool filled = false;
+    if (filled && last.raw == raw) return last;
+    filled = false;
+    HTTPHeader header;
+    header.parse(raw);
+    last.raw = raw;
+    last.value = header.getValue();
+    const char* boundary = header.getAttribute("boundary");
+    last.hasBoundary = boundary != nullptr;
+    last.boundary = boundary != nullptr ? boundary : "";
+    MOXByteBuffer dumped(40, 256);
+    header.dump(dumped);
+    last.normal.assign(dumped.str(), dumped.pcount());
+    filled = true;
+    return last;
+}
+
 }  // namespace
 
 TALVEXHTTPParser::TALVEXHTTPParser() : m_multipart(0), m_content_length(0), m_chunked(0), m_pseudo_set{} {}
@@ -287,7 +318,7 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
     // itself, trimmed, and it needs no HTTPHeader.
     const char* raw = colon + 1;
     const bool plain = std::strchr(raw, ';') == nullptr;
-    HTTPHeader header;
+    const ParsedValue* parsed = nullptr;
     std::string stored;
     const char* value;
     if (plain) {
@@ -297,8 +328,8 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
         stored.assign(raw, end);
         value = stored.c_str();
     } else {
-        header.parse(raw);
-        value = header.getValue();
+        parsed = &parsedValue(raw);
+        value = parsed->value.c_str();
     }
     const bool empty = *value == '\0';
 
@@ -308,7 +339,7 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
                                    TALVEXMessage(0xF2A4A8F1), printable(text));
         m_content_type = value;
         if (startsWithLower(value, "multipart/")) {
-            const char* boundary = plain ? nullptr : header.getAttribute("boundary");
+            const char* boundary = parsed != nullptr && parsed->hasBoundary ? parsed->boundary.c_str() : nullptr;
             if (boundary == nullptr || *boundary == '\0' || std::strlen(boundary) > kMaxBoundaryLength)
                 TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrBoundary,
                                        TALVEXMessage(0xF2A23B5F), printable(text));
@@ -332,11 +363,7 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
         m_chunked = startsWithLower(value, "chunked") && value[7] == '\0' ? 1 : 0;
     }
 
-    if (!plain) {
-        MOXByteBuffer dumped(40, 256);
-        header.dump(dumped);
-        stored.assign(dumped.str(), dumped.pcount());
-    }
+    if (parsed != nullptr) stored = parsed->normal;
     setHeader(name.c_str(), std::move(stored));
 }
 
