@@ -48,29 +48,113 @@ int toInt(const char* text) {
     return static_cast<int>(v);
 }
 
-std::string lowerCopy(const char* text) {
-    std::string copy(text);
-    MOXUtConvert::strlwr(&copy[0]);
-    return copy;
+bool isVersion(const std::string& token) { return token == kVersion11 || token == kVersion10; }
+
+bool isDelimiter(char c) { return c == ' ' || c == '\t'; }
+
+const char* skipDelimiters(const char* p, const char* end) {
+    while (p < end && isDelimiter(*p)) ++p;
+    return p;
 }
 
-bool isVersion(const std::string& token) { return token == kVersion11 || token == kVersion10; }
+const char* tokenEnd(const char* p, const char* end) {
+    while (p < end && !isDelimiter(*p)) ++p;
+    return p;
+}
+
+bool isTrimmed(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+char lowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// Whether text starts with the lower-case prefix, ASCII case ignored.
+bool startsWithLower(const char* text, const char* prefix) {
+    for (; *prefix != '\0'; ++text, ++prefix) {
+        if (*text == '\0' || lowerAscii(*text) != *prefix) return false;
+    }
+    return true;
+}
 
 I18NString printable(const char* text) { return I18NString(makePrintable(text)); }
 
+// A header value with parameters, taken apart by HTTPHeader.
+struct ParsedValue {
+    std::string raw;
+    std::string value;  // getValue
+    bool hasBoundary = false;
+    std::string boundary;  // getAttribute("boundary")
+    std::string normal;    // dump
+};
+
+// The last value with parameters this thread took apart: a peer sends the
+// same Content-Type on every response, and parsing and normalising it was
+// most of that line's cost. The result depends on the text alone.
+const ParsedValue& parsedValue(const char* raw) {
+    thread_local ParsedValue last;
+    thread_local bool filled = false;
+    if (filled && last.raw == raw) return last;
+    filled = false;
+    HTTPHeader header;
+    header.parse(raw);
+    last.raw = raw;
+    last.value = header.getValue();
+    const char* boundary = header.getAttribute("boundary");
+    last.hasBoundary = boundary != nullptr;
+    last.boundary = boundary != nullptr ? boundary : "";
+    MOXByteBuffer dumped(40, 256);
+    header.dump(dumped);
+    last.normal.assign(dumped.str(), dumped.pcount());
+    filled = true;
+    return last;
+}
+
 }  // namespace
 
-TALVEXHTTPParser::TALVEXHTTPParser() : m_multipart(0), m_content_length(0), m_chunked(0) {}
+TALVEXHTTPParser::TALVEXHTTPParser() : m_multipart(0), m_content_length(0), m_chunked(0), m_pseudo_set{} {}
 
 TALVEXHTTPParser::~TALVEXHTTPParser() {}
 
+namespace {
+// The start line's pieces live beside the map, in fixed slots that keep their
+// storage from message to message: four map entries with long keys would cost
+// allocations on every message. A header line of the same name shares the slot.
+const char* const kPseudoNames[] = {"talvex-http-version", "talvex-uri", "talvex-status-code", "talvex-reason-phrase"};
+
+int pseudoIndex(const char* name) {
+    if (std::strncmp(name, "talvex-", 7) != 0) return -1;
+    for (int i = 0; i < 4; ++i) {
+        if (std::strcmp(name, kPseudoNames[i]) == 0) return i;
+    }
+    return -1;
+}
+}  // namespace
+
 const char* TALVEXHTTPParser::getHeader(const char* name) const {
     if (name == nullptr) return nullptr;
+    const int slot = pseudoIndex(name);
+    if (slot >= 0) return m_pseudo_set[slot] ? m_pseudo[slot].c_str() : nullptr;
     const auto it = m_headers.find(name);
     return it == m_headers.end() ? nullptr : it->second.c_str();
 }
 
-void TALVEXHTTPParser::setHeader(const std::string& name, const std::string& value) { m_headers[name] = value; }
+void TALVEXHTTPParser::setHeader(const char* name, std::string value) {
+    const int slot = pseudoIndex(name);
+    if (slot >= 0) {
+        m_pseudo[slot] = std::move(value);
+        m_pseudo_set[slot] = true;
+        return;
+    }
+    // Found by the C string: a key is made only when the name is new.
+    const auto it = m_headers.find(name);
+    if (it != m_headers.end())
+        it->second = std::move(value);
+    else
+        m_headers.emplace(name, std::move(value));
+}
+
+void TALVEXHTTPParser::clearHeaders() {
+    m_headers.clear();
+    for (bool& set : m_pseudo_set) set = false;
+}
 
 void TALVEXHTTPParser::parseRequest(PNXBufferedInputStream* is) {
     MOX_ASSERT(is);
@@ -117,7 +201,7 @@ void TALVEXHTTPParser::parseRequest(PNXBufferedInputStream* is) {
         TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::parseRequest", ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
     line.trim();
     validateRequestLine(line);
-    processHeaders(is, 1);
+    processHeaders(is, 1, line);
 }
 
 void TALVEXHTTPParser::parseResponse(PNXBufferedInputStream* is) {
@@ -138,7 +222,7 @@ void TALVEXHTTPParser::parseResponse(PNXBufferedInputStream* is) {
         const int status = validateResponseLine(line);
         // An interim "100 Continue" head is read to its end and forgotten; its
         // pseudo-headers are overwritten by the final status line.
-        processHeaders(is, status != 100);
+        processHeaders(is, status != 100, line);
         if (status != 100) return;
     }
 }
@@ -152,7 +236,7 @@ void TALVEXHTTPParser::parsePartHeaders(PNXBufferedInputStream* is) {
     m_content_id.clear();
     m_content_type.clear();
     m_boundary.clear();
-    m_headers.clear();
+    clearHeaders();
     processHeaders(is, 1);
 }
 
@@ -175,29 +259,42 @@ void TALVEXHTTPParser::validateRequestLine(MOXByteBuffer& line) {
 }
 
 int TALVEXHTTPParser::validateResponseLine(MOXByteBuffer& line) {
-    std::string code;
-    try {
-        MOXStringTokenizer tokens(line.str(), kTokenDelimiters, 0);
-        const std::string version = tokens.nextToken();
-        if (!isVersion(version))
-            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::validateResponseLine", ErrHttpVersion,
-                                   TALVEXMessage(0xF2A260D2), printable(line.str()));
-        setHeader("talvex-http-version", version);
-        code = tokens.nextToken();
-        setHeader("talvex-status-code", code);
-
-        // theRest gives "" when the line ends after the code.
-        setHeader("talvex-reason-phrase", tokens.theRest());
-    } catch (NoSuchElementExceptionST&) {
+    // Split in place on runs of blanks and tabs; the line counts up to its
+    // first NUL, as text.
+    const char* text = line.str();
+    const char* end = text + std::strlen(text);
+    const char* p = skipDelimiters(text, end);
+    if (p == end)
         TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::validateResponseLine", ErrStatusLine,
-                               TALVEXMessage(0xF2A503ED), printable(line.str()));
-    }
+                               TALVEXMessage(0xF2A503ED), printable(text));
+    const char* q = tokenEnd(p, end);
+    const std::string version(p, q);
+    if (!isVersion(version))
+        TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::validateResponseLine", ErrHttpVersion,
+                               TALVEXMessage(0xF2A260D2), printable(text));
+    setHeader("talvex-http-version", version);
+
+    p = skipDelimiters(q, end);
+    if (p == end)
+        TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::validateResponseLine", ErrStatusLine,
+                               TALVEXMessage(0xF2A503ED), printable(text));
+    q = tokenEnd(p, end);
+    const std::string code(p, q);
+    setHeader("talvex-status-code", code);
+
+    // "" when the line ends after the code.
+    p = skipDelimiters(q, end);
+    setHeader("talvex-reason-phrase", std::string(p, end));
     return toInt(code.c_str());
 }
 
 void TALVEXHTTPParser::processHeaders(PNXBufferedInputStream* is, int store) {
-    MOX_ASSERT(is);
     MOXByteBuffer line(256, 256);
+    processHeaders(is, store, line);
+}
+
+void TALVEXHTTPParser::processHeaders(PNXBufferedInputStream* is, int store, MOXByteBuffer& line) {
+    MOX_ASSERT(is);
     for (;;) {
         line.reset();
         if (endedInsideLine(is->readline(line), line))
@@ -217,18 +314,32 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
     HTTPMessage::trim(name);
     MOXUtConvert::strlwr(&name[0]);
 
-    HTTPHeader header;
-    header.parse(colon + 1);
-    const char* value = header.getValue();
-    const bool empty = value == nullptr || *value == '\0';
+    // A value without ';' has no parameters: its normal form is the value
+    // itself, trimmed, and it needs no HTTPHeader.
+    const char* raw = colon + 1;
+    const bool plain = std::strchr(raw, ';') == nullptr;
+    const ParsedValue* parsed = nullptr;
+    std::string stored;
+    const char* value;
+    if (plain) {
+        const char* end = raw + std::strlen(raw);
+        while (end > raw && isTrimmed(end[-1])) --end;
+        while (raw < end && isTrimmed(*raw)) ++raw;
+        stored.assign(raw, end);
+        value = stored.c_str();
+    } else {
+        parsed = &parsedValue(raw);
+        value = parsed->value.c_str();
+    }
+    const bool empty = *value == '\0';
 
     if (name == "content-type") {
         if (empty)
             TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrContentType,
                                    TALVEXMessage(0xF2A4A8F1), printable(text));
         m_content_type = value;
-        if (lowerCopy(value).compare(0, 10, "multipart/") == 0) {
-            const char* boundary = header.getAttribute("boundary");
+        if (startsWithLower(value, "multipart/")) {
+            const char* boundary = parsed != nullptr && parsed->hasBoundary ? parsed->boundary.c_str() : nullptr;
             if (boundary == nullptr || *boundary == '\0' || std::strlen(boundary) > kMaxBoundaryLength)
                 TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrBoundary,
                                        TALVEXMessage(0xF2A23B5F), printable(text));
@@ -249,12 +360,11 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
         if (empty)
             TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrTransferEncoding,
                                    TALVEXMessage(0xF2AD19C2), printable(text));
-        m_chunked = lowerCopy(value) == "chunked" ? 1 : 0;
+        m_chunked = startsWithLower(value, "chunked") && value[7] == '\0' ? 1 : 0;
     }
 
-    MOXByteBuffer dumped(40, 256);
-    header.dump(dumped);
-    setHeader(name, std::string(dumped.str(), dumped.pcount()));
+    if (parsed != nullptr) stored = parsed->normal;
+    setHeader(name.c_str(), std::move(stored));
 }
 
 std::string makePrintable(const char* pString) {

@@ -1,6 +1,7 @@
 #ifndef TALVEX_HTTP_TALVEXHTTPPARSER_H
 #define TALVEX_HTTP_TALVEXHTTPPARSER_H
 
+#include <functional>
 #include <map>
 #include <string>
 
@@ -44,8 +45,11 @@ private:
     void validateRequestLine(MOXByteBuffer& line);
     int validateResponseLine(MOXByteBuffer& line);
     void processHeaders(PNXBufferedInputStream* is, int store);
+    // The same, reading each line into the caller's buffer.
+    void processHeaders(PNXBufferedInputStream* is, int store, MOXByteBuffer& line);
     void processHeader(MOXByteBuffer& line);
-    void setHeader(const std::string& name, const std::string& value);
+    void setHeader(const char* name, std::string value);
+    void clearHeaders();
 
     int m_multipart;
     int m_content_length;
@@ -53,7 +57,11 @@ private:
     std::string m_content_id;
     std::string m_content_type;
     std::string m_boundary;
-    std::map<std::string, std::string> m_headers;
+    // std::less<>: looked up by a C string without making a std::string of it.
+    std::map<std::string, std::string, std::less<>> m_headers;
+    // The pseudo-headers of the start line (see the .cpp), and whether each was stored.
+    std::string m_pseudo[4];
+    bool m_pseudo_set[4];
 };
 
 // A copy of a wire text fit for an error message: every byte outside 0x20..0x7E

@@ -28,7 +28,10 @@ TALVEXMessageWriterImp::TALVEXMessageWriterImp(const char* _uri_path, int isRequ
       m_op_sender(nullptr),
       m_mp_sender(nullptr),
       m_part(nullptr),
-      m_content_id_counter(0) {
+      m_content_id_counter(0),
+      m_head_cache(nullptr),
+      m_head_cache_use(0),
+      m_envelope_opened(false) {
     MOX_ASSERT(m_sock);
     MOX_ASSERT(_uri_path);
 
@@ -86,9 +89,50 @@ void TALVEXMessageWriterImp::applyHeaders(HttpMsgNode* sender) {
 
 PNXOutputStream& TALVEXMessageWriterImp::openEnvelope() { return openEnvelope("\"\""); }
 
+void TALVEXMessageWriterImp::applyEnvelopeHeaders(const char* soapAction,
+                                                  const std::map<std::string, std::string>& headers) {
+    m_op_sender->setHeader("SOAPAction", soapAction);
+    m_op_sender->setHeader("Content-Type", "text/xml; charset=UTF-8");
+    m_op_sender->setHeader("Content-ID", "envelope");
+    for (const auto& header : headers) m_op_sender->setHeader(header.first.c_str(), header.second.c_str());
+}
+
 PNXOutputStream& TALVEXMessageWriterImp::openEnvelope(const char* soapAction) {
     if (!m_has_attachments) {
         MOX_ASSERT(m_op_sender);
+        if (m_is_request && m_head_cache != nullptr) {
+            const bool first = !m_envelope_opened;
+            m_envelope_opened = true;
+            // A null action is sent as an empty value, as "" is.
+            const char* action = soapAction != nullptr ? soapAction : "";
+            if (m_head_cache_use == 1) {
+                // Opened again: the head is built the ordinary way after all,
+                // with the first opening's headers first (and fails as it would
+                // if the head is already out).
+                m_op_sender->useHead(nullptr);
+                m_head_cache_use = 0;
+                applyEnvelopeHeaders(m_head_cache->soapAction.c_str(), m_head_cache->headers);
+                applyEnvelopeHeaders(soapAction, m_headers);
+            } else if (first && m_head_cache->valid && m_head_cache->soapAction == action &&
+                       m_head_cache->headers == m_headers && m_head_cache->authority == m_sock->getAuthority()) {
+                m_op_sender->useHead(&m_head_cache->head);
+                m_head_cache_use = 1;
+            } else {
+                applyEnvelopeHeaders(soapAction, m_headers);
+                if (first) {
+                    m_head_cache->valid = false;
+                    m_head_cache->authority = m_sock->getAuthority();
+                    m_head_cache->soapAction = action;
+                    m_head_cache->headers = m_headers;
+                    m_head_cache_use = 2;
+                } else {
+                    m_head_cache_use = 0;  // opened twice: not a head to keep
+                }
+            }
+            m_body.setOutputStream(&m_op_sender->body);
+            m_body.setEnabled(1);
+            return m_body;
+        }
         if (m_is_request) {
             m_op_sender->setHeader("SOAPAction", soapAction);
         } else {
@@ -232,6 +276,10 @@ void TALVEXMessageWriterImp::close() {
         } else {
             MOX_ASSERT(m_op_sender);
             m_op_sender->finish();
+            if (m_head_cache_use == 2 && m_head_cache != nullptr) {
+                m_head_cache->head = m_op_sender->sentHead();
+                m_head_cache->valid = true;
+            }
         }
     } catch (MOXThrowable& t) {
         deleteSenders();

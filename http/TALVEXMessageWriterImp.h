@@ -45,11 +45,27 @@ public:
     void setHeaders(const std::map<std::string, std::string>& headers) override;
     void removeHeader(const std::string& name) override;
 
+    // The head of a session's last plain request and what it was made from.
+    // A session keeps one and lends it to each one-piece request writer: when
+    // the next request is made from the same pieces, its head is sent as kept
+    // instead of being checked and composed again. The bytes on the wire are
+    // the same either way.
+    struct HeadCache {
+        bool valid = false;
+        std::string authority;
+        std::string soapAction;
+        std::map<std::string, std::string> headers;
+        std::string head;
+    };
+    // null: no cache. Takes effect for a request without attachments.
+    void setHeadCache(HeadCache* cache) { m_head_cache = cache; }
+
     int getChunkSize() const { return m_chunk_size; }
     const std::string& getBoundary() const { return m_boundary; }
 
 private:
     void applyHeaders(HttpMsgNode* sender);
+    void applyEnvelopeHeaders(const char* soapAction, const std::map<std::string, std::string>& headers);
     void deleteSenders();
 
     int m_chunk_size;
@@ -62,6 +78,11 @@ private:
     std::uint32_t m_content_id_counter;
     TALVEXEnabledOutputStream m_body;
     std::map<std::string, std::string> m_headers;
+    HeadCache* m_head_cache;
+    // 1: the envelope was opened with the kept head; 2: the kept head is
+    // being refilled from this message.
+    int m_head_cache_use;
+    bool m_envelope_opened;
 };
 
 #endif

@@ -84,9 +84,12 @@ TALVEXMessageWriter& TALVEXSessionImp::openRequest(int hasAttachments) {
         std::string boundary;
         const bool hasBoundary = lookupProperty("boundary", boundary);
 
-        m_current_writer = MOX_NEW_AT(194, TALVEXMessageWriterImp, m_uri_path.c_str(), 1, hasAttachments,
-                                      m_session_sock, chunked, chunkSize, hasBoundary ? boundary.c_str() : nullptr);
-        m_current_writer->setHeaders(m_headers);
+        TALVEXMessageWriterImp* writer =
+            MOX_NEW_AT(194, TALVEXMessageWriterImp, m_uri_path.c_str(), 1, hasAttachments, m_session_sock, chunked,
+                       chunkSize, hasBoundary ? boundary.c_str() : nullptr);
+        m_current_writer = writer;
+        writer->setHeaders(m_headers);
+        if (hasAttachments == 0) writer->setHeadCache(&m_head_cache);
     }
     MOX_RETHROW_AT(199, "TALVEXSessionImp::openRequest")
     m_request_sent = 1;

@@ -1,9 +1,11 @@
 #ifndef TALVEX_SESSION_TALVEXSESSIONIMP_H
 #define TALVEX_SESSION_TALVEXSESSIONIMP_H
 
+#include <functional>
 #include <map>
 #include <string>
 
+#include "http/TALVEXMessageWriterImp.h"
 #include "moxcore/MOXThreadCriticalSection.h"
 #include "talvex/TALVEXSession.h"
 
@@ -47,8 +49,11 @@ private:
     std::string m_uri_path;
     int m_request_sent;
     TALVEXMessageWriter* m_current_writer;
+    // The last plain request's head, sent again while its pieces stay the same.
+    TALVEXMessageWriterImp::HeadCache m_head_cache;
     TALVEXMessageReader* m_current_reader;
-    std::map<std::string, std::string> m_properties;
+    // std::less<>: looked up by a C string without making a std::string of it.
+    std::map<std::string, std::string, std::less<>> m_properties;
     std::map<std::string, std::string> m_headers;
     MOXThreadCriticalSection m_lock;
 };

@@ -441,3 +441,35 @@ TEST(MakePrintable, BytesOutsideSpaceToTildeBecomeQuestionMarks) {
     EXPECT_EQ("", makePrintable(""));
     EXPECT_TRUE(raisesAssertion([] { makePrintable(nullptr); }, "MOX_ASSERT(NULL != pString);"));
 }
+
+// A value with parameters seen again (the same Content-Type on every response)
+// is taken from the last one taken apart; what the parser keeps must be what a
+// first parse gives, also when the next value differs in one parameter only.
+TEST(ParserHeaders, RepeatedValuesWithParametersGiveTheSameResult) {
+    const std::string a = "Content-Type: Multipart/Related; type=\"text/xml\"; boundary=\"=_=a=_=\"\r\n";
+    const std::string b = "Content-Type: Multipart/Related; type=\"text/xml\"; boundary=\"=_=b=_=\"\r\n";
+    for (const std::string* line : {&a, &a, &b, &a}) {
+        HeadFeed f(responseWith(*line));
+        TALVEXHTTPParser p;
+        p.parseResponse(f.stream());
+        EXPECT_EQ(1, p.isMultipart());
+        EXPECT_EQ(line == &a ? "=_=a=_=" : "=_=b=_=", p.getBoundary());
+        EXPECT_EQ("Multipart/Related", p.getContentType());
+        EXPECT_EQ(line == &a ? "Multipart/Related; type=\"text/xml\"; boundary=\"=_=a=_=\""
+                             : "Multipart/Related; type=\"text/xml\"; boundary=\"=_=b=_=\"",
+                  header(p, "content-type"));
+    }
+    // The same value without its boundary is refused, before and after a good one.
+    const std::string none = "Content-Type: Multipart/Related; type=\"text/xml\"\r\n";
+    for (const std::string* line : {&none, &a, &none}) {
+        HeadFeed f(responseWith(*line));
+        TALVEXHTTPParser p;
+        if (line == &none) {
+            EXPECT_TRUE(raisesParserError([&] { p.parseResponse(f.stream()); }, 12, kMsgBoundary, kProcessHeader,
+                                          "Content-Type: Multipart/Related; type=\"text/xml\""));
+        } else {
+            p.parseResponse(f.stream());
+            EXPECT_EQ("=_=a=_=", p.getBoundary());
+        }
+    }
+}

@@ -53,6 +53,7 @@ int bioWrite(BIO* bio, const char* data, int length) {
         }
         done = static_cast<std::size_t>(n);
     }
+    io->answerDue = true;
     if (done < static_cast<std::size_t>(length)) {
         io->out.append(data + done, static_cast<std::size_t>(length) - done);
         if (!io->nonBlocking) {
@@ -73,22 +74,29 @@ int bioRead(BIO* bio, char* buffer, int length) {
     if (io == nullptr || length <= 0) return 0;
     // Whatever we still hold must reach the peer before we wait for its answer.
     if (io->pendingOut() > 0 && flushOut(*io, 0) < 0) return -1;
+    // Right after a write the peer's answer cannot be there yet: a recv first
+    // would only fail with EAGAIN, so a blocking read waits before it.
+    bool mustWait = io->answerDue && !io->nonBlocking;
+    io->answerDue = false;
     for (;;) {
-        ssize_t n = ::recv(io->fd, buffer, static_cast<std::size_t>(length), 0);
-        if (n > 0) return static_cast<int>(n);
-        if (n == 0) {
-            io->eof = true;
-            return 0;
+        if (!mustWait) {
+            ssize_t n = ::recv(io->fd, buffer, static_cast<std::size_t>(length), 0);
+            if (n > 0) return static_cast<int>(n);
+            if (n == 0) {
+                io->eof = true;
+                return 0;
+            }
+            if (errno == EINTR) continue;
+            if (errno != EAGAIN && errno != EWOULDBLOCK) {
+                io->lastErrno = errno;
+                return -1;
+            }
+            if (io->nonBlocking) {
+                BIO_set_retry_read(bio);
+                return -1;
+            }
         }
-        if (errno == EINTR) continue;
-        if (errno != EAGAIN && errno != EWOULDBLOCK) {
-            io->lastErrno = errno;
-            return -1;
-        }
-        if (io->nonBlocking) {
-            BIO_set_retry_read(bio);
-            return -1;
-        }
+        mustWait = false;
         short events = POLLIN;
         if (io->pendingOut() > 0) events |= POLLOUT;
         short revents = 0;

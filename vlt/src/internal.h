@@ -5,6 +5,7 @@
 
 #include "VLT_Crypto_Interface.h"
 
+#include <openssl/err.h>
 #include <openssl/ssl.h>
 
 #include <atomic>
@@ -105,6 +106,13 @@ std::string describeEndpoint(const sockaddr_storage& address);
 // The descriptor is always O_NONBLOCK underneath; `nonBlocking` is the mode the
 // caller asked for, blocking calls wait with poll. Records that cannot go out at
 // once wait in `out` (in non-blocking mode), so OpenSSL never sees a blocked write.
+// Empties this thread's OpenSSL error queue before a transfer, so that
+// SSL_get_error judges only that call. Clearing an empty queue still walks all
+// its slots, which costs more than the check on every read and write.
+inline void clearTlsErrors() {
+    if (ERR_peek_error() != 0) ERR_clear_error();
+}
+
 struct SocketIo {
     int fd = -1;
     bool nonBlocking = false;
@@ -112,6 +120,9 @@ struct SocketIo {
     std::size_t outPos = 0;
     int lastErrno = 0;
     bool eof = false;
+    // Set by a write, cleared by the next read: an answer to what was just
+    // sent cannot be there yet, so a blocking read waits before its first recv.
+    bool answerDue = false;
     bool hasDeadline = false;
     std::chrono::steady_clock::time_point deadline{};
 

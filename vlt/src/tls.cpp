@@ -446,7 +446,7 @@ int readSome(Connection& c, char* buffer, std::size_t length, std::size_t* got, 
     default:
         return fail(c, VLT_E_INVALID_ARGUMENT, "the handle is not connected");
     }
-    ERR_clear_error();
+    clearTlsErrors();
     c.io.lastErrno = 0;
     int r = peek ? SSL_peek_ex(c.ssl, buffer, length, got) : SSL_read_ex(c.ssl, buffer, length, got);
     if (r == 1) return VLT_S_OK;

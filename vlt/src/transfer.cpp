@@ -63,7 +63,7 @@ int VLT_Send(VLT_HANDLE handle, const char* buffer, int length, int /*flags*/, i
             while (total < static_cast<std::size_t>(length)) {
                 std::size_t piece = std::min(static_cast<std::size_t>(length) - total, kBlockingPiece);
                 std::size_t written = 0;
-                ERR_clear_error();
+                clearTlsErrors();
                 c->io.lastErrno = 0;
                 int r = SSL_write_ex(c->ssl, buffer + total, piece, &written);
                 if (r != 1) {
@@ -80,7 +80,7 @@ int VLT_Send(VLT_HANDLE handle, const char* buffer, int length, int /*flags*/, i
         if (c->io.pendingOut() >= kSendHighWater) return VLT_E_WOULD_BLOCK;
         std::size_t take = std::min(static_cast<std::size_t>(length), kSendHighWater);
         std::size_t written = 0;
-        ERR_clear_error();
+        clearTlsErrors();
         c->io.lastErrno = 0;
         int r = SSL_write_ex(c->ssl, buffer, take, &written);
         if (r != 1) {

@@ -1,5 +1,7 @@
 #include "moxhttptools/HTTPHeader.h"
 
+#include <utility>
+
 #include "moxcore/MOXByteBuffer.h"
 #include "moxhttptools/HTTPMessage.h"
 
@@ -95,7 +97,7 @@ void HTTPHeader::parse(const char* value) {
             // Whatever trails the value up to the next ';' is not part of it.
             while (*p != '\0' && *p != ';') ++p;
         }
-        if (!attribute.name.empty()) m_attributes.push_back(attribute);
+        if (!attribute.name.empty()) m_attributes.push_back(std::move(attribute));
     }
 }
 

@@ -1,7 +1,6 @@
 #include "HttpWireWriter.h"
 
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -18,8 +17,22 @@ const char kLastChunk[] = "0\r\n\r\n";
 // "Content-Length: " + at most 20 digits + CR LF + the empty line.
 const std::size_t kLengthLineMax = sizeof(kLengthName) - 1 + 20 + 4;
 
+// The size in lower-case hex, then CR LF (as "%zx\r\n" gives it, without
+// the cost of a formatted print for every chunk). out holds at least 24 bytes.
 unsigned formatChunkHeader(char* out, std::size_t size) {
-    return static_cast<unsigned>(std::snprintf(out, 24, "%zx\r\n", size));
+    static const char digits[] = "0123456789abcdef";
+    char reversed[sizeof(std::size_t) * 2];
+    unsigned count = 0;
+    do {
+        reversed[count++] = digits[size & 0xF];
+        size >>= 4;
+    } while (size != 0);
+    unsigned length = 0;
+    while (count > 0) out[length++] = reversed[--count];
+    out[length++] = '\r';
+    out[length++] = '\n';
+    out[length] = '\0';
+    return length;
 }
 
 unsigned hexDigits(std::size_t value) {

@@ -1,5 +1,7 @@
 #include "moxhttptools/OnePieceHttpMsg.h"
 
+#include <utility>
+
 #include "HttpWireWriter.h"
 #include "moxcore/MOXThrow.h"
 #include "moxhttptools/MultipartHttpMsg.h"
@@ -39,6 +41,7 @@ void OnePieceHttpMsg::startBody() {
     std::string head;
     composeHead(head);
     m_wire->startBody(head);
+    m_sent_head = std::move(head);
 }
 
 void OnePieceHttpMsg::writeBody(const char* data, unsigned int length) {

@@ -40,6 +40,14 @@ public:
     // or "" forgets it. Without one, a request's Host comes from an
     // absolute-form uri ("http://host:port/path"), else it is sent empty.
     void setAuthority(const char* authority);
+    // Sends exactly this text as the head (start line and header lines, each
+    // ending in CR LF, without the framing headers and the empty line) instead
+    // of composing it: for a sender repeating the head of an earlier message
+    // (OnePieceHttpMsg::sentHead) without building it again. Start line and
+    // headers set meanwhile are kept but not sent; null forgets the given head
+    // (at any time), so they are. Giving a head to a part, or after the head
+    // was written, raises MOXIllegalStateError.
+    void useHead(const std::string* head);
 
 protected:
     explicit HttpMsgNode(bool isPart);
@@ -65,6 +73,8 @@ private:
     bool m_is_request;
     bool m_has_start_line;
     bool m_has_authority;
+    bool m_has_given_head;
+    std::string m_given_head;
     std::string m_start_line;
     std::string m_uri;
     std::string m_authority;

@@ -36,6 +36,10 @@ public:
     // the header block if still held; the part ends with endPart.
     void finish() override;
 
+    // The head this message sent (see HttpMsgNode::composeHead: no framing
+    // headers, no empty line); "" before it went out. Messages only.
+    const std::string& sentHead() const { return m_sent_head; }
+
     // The body: sender.body.write(p, n). After finish, or for a part whose
     // message is gone, writes raise MOXIllegalStateError.
     HttpMsgBodyStream body;
@@ -57,6 +61,7 @@ private:
     std::unique_ptr<HttpWireWriter> m_wire;  // messages only
     MultipartHttpMsg* m_parent;              // parts only; null once the parent is gone
     bool m_finished;
+    std::string m_sent_head;
 };
 
 #endif
