@@ -232,5 +232,11 @@ TEST_P(Soak, SessionsOpenedAndClosedLeaveNoDescriptorsBehind) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Transports, Soak, ::testing::Values(false, true),
+// The short and the full run are separate executables: their names must differ.
+#ifdef TALVEX_SOAK_SHORT
+#define TALVEX_SOAK_RUN Short
+#else
+#define TALVEX_SOAK_RUN Full
+#endif
+INSTANTIATE_TEST_SUITE_P(TALVEX_SOAK_RUN, Soak, ::testing::Values(false, true),
                          [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Tls" : "Plain"; });
