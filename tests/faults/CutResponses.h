@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "ReadAll.h"
 #include "moxcore/MOXException.h"
 #include "moxcore/MOXThrowable.h"
 #include "moxidom/MOXIDOM_Document.h"
@@ -178,13 +179,6 @@ inline MOXIDOM_Element requestEnvelope(MOXIDOM_Document& doc) {
 }
 
 inline void limit(TALVEXSession& s) { s.getSessionSocket()->getInputStream()->setTimeout(1); }
-
-inline std::string readAll(PNXInputStream& in) {
-    std::string out;
-    char buf[256];
-    for (unsigned n; (n = in.read(buf, sizeof buf)) != PNX_EOF;) out.append(buf, n);
-    return out;
-}
 
 // One request/response cycle through the streaming calls, the time limit set
 // before every step that reads (the reader clears it when the envelope closes).

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <string>
 
@@ -34,6 +35,19 @@ void guarded(F&& body) {
 // The first byte picks how many bytes each inner read hands out (1..16, or
 // all), so that splits at every position get explored.
 inline unsigned pieceFrom(uint8_t b) { return (b & 0x10) ? 0xFFFFFFFFu : (b & 0x0F) + 1u; }
+
+// Splits "<boundary>\n<body>": the boundary is the first line, at most 200
+// bytes (so the delimiter pattern always fits the multipart stream's buffer)
+// and not empty. False when the input has no such line.
+inline bool boundaryAndBody(const uint8_t* data, size_t size, std::string& boundary, std::string& body) {
+    const char* text = reinterpret_cast<const char*>(data);
+    const void* nl = std::memchr(text, '\n', size < 201 ? size : 201);
+    if (nl == nullptr || nl == text) return false;
+    const size_t blen = static_cast<size_t>(static_cast<const char*>(nl) - text);
+    boundary.assign(text, blen);
+    body.assign(text + blen + 1, size - blen - 1);
+    return true;
+}
 
 // Reads a stream to its end; bounded so that a stream that never ends is
 // reported as a hang by libFuzzer's time-out rather than eating memory.

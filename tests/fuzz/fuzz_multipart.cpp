@@ -4,8 +4,8 @@
 // does: CR LF pushed in front, header lines, then the data.
 
 #include <cstdint>
-#include <cstring>
 #include <string>
+#include <utility>
 
 #include "FuzzSupport.h"
 #include "MemoryInputStream.h"
@@ -16,14 +16,9 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const uint8_t mode = data[0];
-    const char* text = reinterpret_cast<const char*>(data) + 1;
-    const size_t len = size - 1;
-    const void* nl = std::memchr(text, '\n', len < 201 ? len : 201);
-    if (nl == nullptr) return 0;
-    const size_t blen = static_cast<const char*>(nl) - text;
-    if (blen == 0) return 0;
-    const std::string boundary(text, blen);
-    MemoryInputStream mem(std::string(text + blen + 1, len - blen - 1), fuzz::pieceFrom(mode));
+    std::string boundary, body;
+    if (!fuzz::boundaryAndBody(data + 1, size - 1, boundary, body)) return 0;
+    MemoryInputStream mem(std::move(body), fuzz::pieceFrom(mode));
     PNXBufferedInputStream in(mem, (mode & 0x80) ? 3 : 4096);
     fuzz::guarded([&] {
         in.unread("\r\n", 2);

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "MemoryInputStream.h"
+#include "ReadAll.h"
 #include "mime/TALVEXMessageReaderImp.h"
 #include "moxcore/MOXMessage.h"
 #include "talvex/TALVEXException.h"
@@ -18,13 +19,6 @@ std::string response(const std::vector<std::pair<std::string, std::string>>& par
     body += "\r\n--" + kBoundary + "--\r\n";
     return "HTTP/1.1 200 OK\r\nContent-Type: Multipart/Related; boundary=" + kBoundary +
            "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-}
-
-std::string readAll(PNXInputStream& in) {
-    std::string out;
-    char buf[64];
-    for (unsigned n; (n = in.read(buf, sizeof buf)) != PNX_EOF;) out.append(buf, n);
-    return out;
 }
 
 struct Message {

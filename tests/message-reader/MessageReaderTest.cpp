@@ -5,6 +5,7 @@
 
 #include "LoopbackServer.h"
 #include "MemoryInputStream.h"
+#include "ReadAll.h"
 #include "mime/TALVEXMessageReaderImp.h"
 #include "moxcore/MOXErrors.h"
 #include "moxidom/MOXIDOM_Document.h"
@@ -48,13 +49,6 @@ std::string envelopeText(TALVEXMessageReader& r) {
     MOXIDOM_Document doc;
     r.getEnvelope(doc);
     return MOXIDOM_Helper::toString(doc.getDocumentElement());
-}
-
-std::string readAll(PNXInputStream& in) {
-    std::string out;
-    char buf[100];
-    for (unsigned n; (n = in.read(buf, sizeof buf)) != PNX_EOF;) out.append(buf, n);
-    return out;
 }
 
 TALVEXException toolkitError(const std::function<void()>& call) {

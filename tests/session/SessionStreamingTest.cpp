@@ -7,6 +7,7 @@
 
 #include "CaughtFailure.h"
 #include "QuotedPrintable.h"
+#include "ReadAll.h"
 #include "SessionFixture.h"
 
 // Streaming cycles: attachments written and read part by part, responses left
@@ -49,17 +50,6 @@ std::string quotedPrintableOriginal() {
     text += "\xe2\x9c\x93 check mark, <xml> & \"quotes\"\r\n";
     text += "last line without its end";
     return text;
-}
-
-std::string readAll(PNXInputStream& in) {
-    std::string data;
-    char buf[777];
-    for (;;) {
-        unsigned n = in.read(buf, sizeof buf);
-        if (n == PNX_EOF) break;
-        data.append(buf, n);
-    }
-    return data;
 }
 
 void writeInPieces(PNXOutputStream& out, const std::string& data) {

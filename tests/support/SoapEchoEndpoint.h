@@ -34,6 +34,7 @@
 
 #include "LoopbackServer.h"
 #include "QuotedPrintable.h"
+#include "ReadAll.h"
 #include "http/TALVEXMessageWriterImp.h"
 #include "mime/TALVEXMessageReaderImp.h"
 #include "moxcore/MOXThrowable.h"
@@ -182,17 +183,6 @@ private:
             else out += c;
         }
         return out;
-    }
-
-    static std::string readAll(PNXInputStream& in) {
-        std::string data;
-        char buf[4096];
-        for (;;) {
-            unsigned n = in.read(buf, sizeof buf);
-            if (n == PNX_EOF) break;
-            data.append(buf, n);
-        }
-        return data;
     }
 
     // The bytes of the read records of a socket trace ("\n<read[n]>\n" and n

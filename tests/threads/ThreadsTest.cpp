@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "ReadAll.h"
 #include "SoapEchoEndpoint.h"
 #include "TlsFront.h"
 #include "moxcore/MOXByteBuffer.h"
@@ -96,17 +97,6 @@ MOXIDOM_Element envelope(MOXIDOM_Document& doc, const std::string& text) {
     doc.appendChild(env);
     env.appendElementNS(kSoapNs, "soapenv:Body").appendElementNS("urn:talvex:echo", "e:echo").appendText(text);
     return env;
-}
-
-std::string readAll(PNXInputStream& in) {
-    std::string data;
-    char buf[1500];
-    for (;;) {
-        unsigned n = in.read(buf, sizeof buf);
-        if (n == PNX_EOF) break;
-        data.append(buf, n);
-    }
-    return data;
 }
 
 // Bytes of every value, the delimiter's dashes and CR LF among them.
