@@ -146,6 +146,21 @@ Result runCase(size_t attachmentBytes, bool chunked, bool qp, bool raw, unsigned
     socket.close();
     return {seconds, total};
 }
+// One request through a session: the envelope, then `blocks` copies of
+// `data` as one attachment; the endpoint's answer is read and dropped.
+void sendThroughSession(TALVEXSession& session, const std::string& data, size_t blocks) {
+    TALVEXMessageWriter& w = session.openRequest(1);
+    PNXOutputStream& env = w.openEnvelope();
+    env.write(kEnvelope.data(), static_cast<unsigned>(kEnvelope.size()));
+    w.closeEnvelope(env);
+    PNXOutputStream& out = w.openAttachment("application/octet-stream", nullptr, "big", 0);
+    for (size_t i = 0; i < blocks; ++i) out.write(data.data(), static_cast<unsigned>(data.size()));
+    w.closeAttachment(out);
+    session.closeRequest(w);
+    TALVEXMessageReader& r = session.openResponse();
+    session.closeResponse(r);
+}
+
 // Sends one request with a large binary attachment through a session (or the
 // same number of bytes through a raw send loop) to an endpoint that reads the
 // body and answers once it has all of it.
@@ -177,16 +192,7 @@ Result sendCase(size_t attachmentBytes, bool chunked, bool raw, int chunkSize = 
         if (!chunked) session->setProperty("send-content-length", 1);
         if (chunkSize > 0) session->setProperty("chunk-size", chunkSize);
         start = std::chrono::steady_clock::now();
-        TALVEXMessageWriter& w = session->openRequest(1);
-        PNXOutputStream& env = w.openEnvelope();
-        env.write(kEnvelope.data(), static_cast<unsigned>(kEnvelope.size()));
-        w.closeEnvelope(env);
-        PNXOutputStream& out = w.openAttachment("application/octet-stream", nullptr, "big", 0);
-        for (size_t i = 0; i < blocks; ++i) out.write(data.data(), static_cast<unsigned>(data.size()));
-        w.closeAttachment(out);
-        session->closeRequest(w);
-        TALVEXMessageReader& r = session->openResponse();
-        session->closeResponse(r);
+        sendThroughSession(*session, data, blocks);
         total = blocks * data.size();
     }
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -291,16 +297,7 @@ Result tlsSendCase(size_t attachmentBytes, bool raw, int chunkSize = 0) {
         std::unique_ptr<TALVEXSession> session(toolkit.getSession("127.0.0.1", endpoint.port(), "/svc", config.c_str(), 5));
         if (chunkSize > 0) session->setProperty("chunk-size", chunkSize);
         start = std::chrono::steady_clock::now();
-        TALVEXMessageWriter& w = session->openRequest(1);
-        PNXOutputStream& env = w.openEnvelope();
-        env.write(kEnvelope.data(), static_cast<unsigned>(kEnvelope.size()));
-        w.closeEnvelope(env);
-        PNXOutputStream& out = w.openAttachment("application/octet-stream", nullptr, "big", 0);
-        for (size_t i = 0; i < blocks; ++i) out.write(data.data(), static_cast<unsigned>(data.size()));
-        w.closeAttachment(out);
-        session->closeRequest(w);
-        TALVEXMessageReader& r = session->openResponse();
-        session->closeResponse(r);
+        sendThroughSession(*session, data, blocks);
     }
     return {std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(),
             static_cast<unsigned long long>(blocks * data.size())};
