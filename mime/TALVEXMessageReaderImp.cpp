@@ -15,8 +15,9 @@
 
 static const char MOX_UNIT[] = "TALVEXMessageReaderImp";
 
-TALVEXMessageReaderImp::TALVEXMessageReaderImp(int request, PNXInputStream* in)
+TALVEXMessageReaderImp::TALVEXMessageReaderImp(int request, PNXInputStream* in, const TALVEXLimits& limits)
     : TALVEXMessageReader(request),
+      m_limits(limits),
       m_more_parts(0),
       m_original_is(in),
       m_buffered(nullptr),

@@ -2,6 +2,7 @@
 #define TALVEX_MIME_TALVEXMESSAGEREADERIMP_H
 
 #include "http/TALVEXHTTPParser.h"
+#include "talvex/TALVEXLimits.h"
 #include "talvex/TALVEXMessageReader.h"
 
 class PNXBlockInputStream;
@@ -16,7 +17,7 @@ class TALVEXMPInputStream;
 // length-delimited message, so that the connection can carry the next one.
 class TALVEXMessageReaderImp : public TALVEXMessageReader {
 public:
-    TALVEXMessageReaderImp(int isRequest, PNXInputStream* in);
+    TALVEXMessageReaderImp(int isRequest, PNXInputStream* in, const TALVEXLimits& limits = TALVEXLimits());
     ~TALVEXMessageReaderImp() override;
 
     void getEnvelope(MOXIDOM_Node& node) override;
@@ -36,6 +37,7 @@ private:
     // Clears a cancel mode and a time limit the caller set on the connection's stream.
     void resetStreamSettings();
 
+    const TALVEXLimits m_limits;
     int m_more_parts;
     TALVEXHTTPParser m_parser;
     PNXInputStream* m_original_is;

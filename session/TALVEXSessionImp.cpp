@@ -14,6 +14,20 @@ static const char MOX_UNIT[] = "TALVEXSessionImp";
 namespace {
 // Searched in this order; compared exactly.
 const char* const kPropertyNames[] = {"boundary", "chunk-size", "send-content-length"};
+
+// The bounds on a response, each settable as a property of its own name.
+struct LimitProperty {
+    const char* name;
+    std::size_t TALVEXLimits::*field;
+};
+const LimitProperty kLimitProperties[] = {
+    {"max-head-line", &TALVEXLimits::maxHeadLine},
+    {"max-head-lines", &TALVEXLimits::maxHeadLines},
+    {"max-head-size", &TALVEXLimits::maxHeadSize},
+    {"max-interim-responses", &TALVEXLimits::maxInterimResponses},
+    {"max-envelope-size", &TALVEXLimits::maxEnvelopeSize},
+    {"max-xml-depth", &TALVEXLimits::maxXmlDepth},
+};
 }  // namespace
 
 TALVEXSessionImp::TALVEXSessionImp(TALVEXSocket* socket, const char* uriPath)
@@ -51,8 +65,18 @@ void TALVEXSessionImp::setProperty(const std::string& name, const std::string& v
             break;
         }
     }
+    for (const LimitProperty& limit : kLimitProperties) known = known || name == limit.name;
     if (!known) MOX_THROW_AT(109, MOXIllegalArgumentError, "TALVEXSessionImp::setProperty");
     m_properties[name] = value;
+}
+
+TALVEXLimits TALVEXSessionImp::limits() {
+    TALVEXLimits limits;
+    std::string value;
+    for (const LimitProperty& limit : kLimitProperties) {
+        if (lookupProperty(limit.name, value)) limits.*limit.field = std::strtoull(value.c_str(), nullptr, 10);
+    }
+    return limits;
 }
 
 bool TALVEXSessionImp::lookupProperty(const char* name, std::string& value) {
@@ -116,7 +140,7 @@ TALVEXMessageReader& TALVEXSessionImp::openResponse() {
     m_request_sent = 0;
     MOX_ASSERT_AT(233, m_current_reader == NULL);
     try {
-        m_current_reader = MOX_NEW_AT(238, TALVEXMessageReaderImp, 0, m_session_sock->getInputStream());
+        m_current_reader = MOX_NEW_AT(238, TALVEXMessageReaderImp, 0, m_session_sock->getInputStream(), limits());
     }
     MOX_RETHROW_AT(241, "TALVEXSessionImp::openResponse")
     return *m_current_reader;

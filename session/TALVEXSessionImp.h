@@ -7,6 +7,7 @@
 
 #include "http/TALVEXMessageWriterImp.h"
 #include "moxcore/MOXThreadCriticalSection.h"
+#include "talvex/TALVEXLimits.h"
 #include "talvex/TALVEXSession.h"
 
 // The session: owns its connected socket, the writer of the request and the
@@ -43,6 +44,8 @@ private:
 
     // The property's value, or false when it is not set.
     bool lookupProperty(const char* name, std::string& value);
+    // The default bounds, with those set as properties in their place.
+    TALVEXLimits limits();
     void closeSessionNow();
 
     TALVEXSocket* m_session_sock;

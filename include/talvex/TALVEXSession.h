@@ -27,7 +27,8 @@ public:
     /// The connection (still owned by the session).
     virtual TALVEXSocket* getSessionSocket() = 0;
     /// "send-content-length" (non-zero: bodies go with a Content-Length instead
-    /// of chunked), "chunk-size" (default 4000), "boundary" (multipart boundary).
+    /// of chunked), "chunk-size" (default 4000), "boundary" (multipart boundary),
+    /// and the bounds on what the server may send, named in TALVEXLimits.
     /// Other names raise MOXIllegalArgumentError.
     virtual void setProperty(const std::string& name, int value);
     virtual void setProperty(const std::string& name, const std::string& value);

@@ -18,6 +18,7 @@
 #include "talvex/TALVEXExport.h"
 #include "talvex/TALVEXHost.h"
 #include "talvex/TALVEXHostID.h"
+#include "talvex/TALVEXLimits.h"
 #include "talvex/TALVEXMessage.h"
 #include "talvex/TALVEXMessageReader.h"
 #include "talvex/TALVEXMessageWriter.h"
