@@ -2,6 +2,7 @@
 
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "moxcore/MOXByteBuffer.h"
@@ -69,6 +70,24 @@ void TALVEXSocket::setTimeLimitCallback(void (*callback)(void*), void* argument,
     m_callback = callback;
     m_callback_argument = argument;
     m_time_limit = timeLimitSec;
+    m_callback_due = std::chrono::steady_clock::now() + std::chrono::seconds(timeLimitSec);
+}
+
+void TALVEXSocket::callCallback() {
+    m_callback_due = std::chrono::steady_clock::now() + std::chrono::seconds(m_time_limit);
+    m_callback(m_callback_argument);
+}
+
+// Due by the clock, not by a wait without data: a peer trickling bytes cannot
+// keep a time limit or a cancel request from being honoured.
+void TALVEXSocket::callbackIfDue() {
+    if (m_callback != nullptr && std::chrono::steady_clock::now() >= m_callback_due) callCallback();
+}
+
+int TALVEXSocket::secondsUntilCallback() const {
+    if (m_callback == nullptr) return -1;
+    const auto left = std::chrono::ceil<std::chrono::seconds>(m_callback_due - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<long long>(0, left.count()));
 }
 
 int TALVEXSocket::isNonBlockingSocket() { return m_non_blocking; }

@@ -186,15 +186,16 @@ int TALVEXSocketNonSSL::ReadBuffer(char* buffer, unsigned length, int* bytesRead
     if (m_connected != 0 && m_eof != 1) {
         if (m_callback != nullptr) {
             for (;;) {
+                callbackIfDue();
                 timeval span;
-                span.tv_sec = m_time_limit;
+                span.tv_sec = secondsUntilCallback();
                 span.tv_usec = 0;
                 fd_set readSet;
                 FD_ZERO(&readSet);
                 FD_SET(m_handle, &readSet);
                 int rc = select(m_handle + 1, &readSet, nullptr, nullptr, &span);
                 if (rc == 0) {
-                    m_callback(m_callback_argument);
+                    callCallback();
                     continue;
                 }
                 if (rc == SOCKET_ERROR) {

@@ -355,8 +355,9 @@ void TALVEXSocketSSL::cleanup() {
 
 int TALVEXSocketSSL::waitForSocket(int forWrite) {
     for (;;) {
+        callbackIfDue();
         MOXCrypto::TimeVal span;
-        span.tv_sec = m_time_limit > 0 ? m_time_limit : kDefaultWaitSec;
+        span.tv_sec = m_callback != nullptr ? secondsUntilCallback() : kDefaultWaitSec;
         span.tv_usec = 0;
         MOXCrypto::FdSet readSet;
         MOXCrypto::FdSet writeSet;
@@ -375,7 +376,7 @@ int TALVEXSocketSSL::waitForSocket(int forWrite) {
 
         if (rc == kSpanPassed || rc == kSpanPassedToo) {
             // The callback ends the wait only by throwing.
-            if (m_callback != nullptr) m_callback(m_callback_argument);
+            if (m_callback != nullptr) callCallback();
             continue;
         }
         if (rc < 0) return rc;
@@ -425,10 +426,12 @@ int TALVEXSocketSSL::ReadBuffer(char* buffer, unsigned length, int* bytesRead) {
     if (m_connected && m_eof != 1) {
         int count = 0;
         int rc;
-        if (m_non_blocking)
+        if (m_non_blocking) {
+            callbackIfDue();  // a stream that never has to wait still honours the limit
             rc = receiveBuffered(buffer, length, 0, &count);
-        else
+        } else {
             rc = m_crypto.Recv(m_conn_handle, buffer, clampLength(length), 0, &count, 0);
+        }
         if (rc != 0 && rc != kConnectionClosed) RAISE_CRYPTO_ERROR("TALVEXSocketSSL::ReadBuffer", "VLT_Recv", rc);
         if (count == 0)
             m_eof = 1;

@@ -3,6 +3,7 @@
 
 #include <sys/socket.h>
 
+#include <chrono>
 #include <string>
 
 #include "talvex/PNXOutputStream.h"
@@ -41,8 +42,9 @@ public:
     virtual void open(int port, const sockaddr_storage& address, const char* secureConfig, int timeLimitSec);
     virtual void open(int port, int timeLimitSec);
     virtual void open(int timeLimitSec);
-    /// The callback a waiting read calls each time `timeLimitSec` passes without
-    /// data; it ends the wait only by throwing. The input stream installs it.
+    /// The callback a read calls each time `timeLimitSec` has passed since it was
+    /// set or last called, at the read's next wake-up whether or not data came
+    /// meanwhile; it ends the read only by throwing. The input stream installs it.
     virtual void setTimeLimitCallback(void (*callback)(void*), void* argument, int timeLimitSec);
     virtual int isNonBlockingSocket();
     virtual int isAvailable() = 0;
@@ -76,7 +78,16 @@ protected:
     int m_non_blocking;
     std::string m_authority;
 
+    // Calls the callback and counts the next span from now; throws what the
+    // callback throws. callbackIfDue calls it only once it is due (see
+    // setTimeLimitCallback); a wait that lasted until then calls it directly.
+    void callCallback();
+    void callbackIfDue();
+    // Whole seconds a wait may last before the callback is due; -1 without one.
+    int secondsUntilCallback() const;
+
 private:
+    std::chrono::steady_clock::time_point m_callback_due;
     TALVEXSocket(const TALVEXSocket&) = delete;
     TALVEXSocket& operator=(const TALVEXSocket&) = delete;
 };

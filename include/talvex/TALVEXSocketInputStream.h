@@ -11,10 +11,10 @@ class TALVEXSocket;
 /// The input stream of a socket, with time-outs and cancellation built on the
 /// socket's time-limit callback. Three modes:
 ///   free      no limit (initial; setTimeout(0), setCancel(0));
-///   time-out  setTimeout(n): a read that sees no data for n seconds throws
-///             PNXIOTimeoutException;
-///   cancel    setCancel(1): cancel() from another thread makes the waiting read
-///             throw PNXIOCancelException within about a second.
+///   time-out  setTimeout(n): reads throw PNXIOTimeoutException once n seconds
+///             have passed since the limit was set, whether or not data came;
+///   cancel    setCancel(1): cancel() from another thread makes the read under
+///             way throw PNXIOCancelException within about a second.
 /// The plain socket always honours them; the secure socket only in
 /// non-blocking mode.
 class TALVEX_API TALVEXSocketInputStream : public PNXInputStream {

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "CutResponses.h"
+#include "pnxstreams/PNXIOCancelException.h"
 #include "LoopbackServer.h"
 #include "talvex/TALVEX.h"
 
@@ -186,4 +187,49 @@ TEST(CutResponse, StallBeforeTheNextDelimiterEndsInTime) {
     const Outcome o = cycle(*session, true);
     EXPECT_EQ("PNXIOTimeoutException", o.error);
     EXPECT_LT(o.seconds, 3.0);
+}
+
+// A peer that sends its head a byte at a time and never finishes it: neither
+// the time limit nor a cancel may wait for a pause that never comes.
+TEST(CutResponse, TrickleCannotOutlastTheTimeLimitOrACancel) {
+    LoopbackServer peer([](int fd) {
+        LoopbackServer::readUntil(fd, "\r\n0\r\n\r\n");
+        LoopbackServer::sendAll(fd, "HTTP/1.1 200 OK\r\nX-Pad: ");
+        for (int i = 0; i < 100 && ::send(fd, "a", 1, MSG_NOSIGNAL) == 1; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    });
+    for (bool cancel : {false, true}) {
+        SCOPED_TRACE(cancel ? "cancel" : "time limit");
+        TALVEX toolkit;
+        toolkit.setUseVLT(0);
+        std::unique_ptr<TALVEXSession> session(toolkit.getSession("127.0.0.1", peer.port(), "/svc", nullptr, 5));
+        ASSERT_NE(nullptr, session);
+        MOXIDOM_Document request, response;
+        MOXIDOM_Element env = requestEnvelope(request);
+        session->sendRequest(env);
+        TALVEXSocketInputStream* in = session->getSessionSocket()->getInputStream();
+        std::thread canceller;
+        if (cancel) {
+            in->setCancel(1);
+            canceller = std::thread([in] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(500));
+                in->cancel();
+            });
+        } else {
+            in->setTimeout(2);
+        }
+        std::string ended = "completed";
+        try {
+            session->getResponse(response);
+        } catch (PNXIOCancelException&) {
+            ended = "cancelled";
+        } catch (PNXIOTimeoutException&) {
+            ended = "timed out";
+        } catch (MOXThrowable& t) {
+            ended = t.getThrowableName();
+        }
+        if (canceller.joinable()) canceller.join();
+        EXPECT_EQ(cancel ? "cancelled" : "timed out", ended);
+        EXPECT_THROW(session->doRequest(env, response), MOXIllegalStateError) << "sent again without reconnect";
+    }
 }
