@@ -19,6 +19,10 @@ TALVEXMessageReaderImp::TALVEXMessageReaderImp(int request, PNXInputStream* in, 
     : TALVEXMessageReader(request),
       m_limits(limits),
       m_more_parts(0),
+      m_head_read(false),
+      m_drained(false),
+      m_caller_timeout(0),
+      m_caller_cancel(0),
       m_original_is(in),
       m_buffered(nullptr),
       m_chunked(nullptr),
@@ -28,34 +32,9 @@ TALVEXMessageReaderImp::TALVEXMessageReaderImp(int request, PNXInputStream* in, 
       m_body(nullptr) {}
 
 TALVEXMessageReaderImp::~TALVEXMessageReaderImp() {
-    MOXByteBuffer scratch(64, 64);
-    if (m_attachment != nullptr) {
-        // Skip the parts the caller left; the first failure ends the loop.
-        try {
-            while (hasMoreAttachments()) closeAttachment(openNextAttachment());
-        } catch (...) {
-        }
-        try {
-            delete m_attachment;
-        } catch (...) {
-        }
-        m_attachment = nullptr;
-    }
+    drain();
     try {
-        if (m_multipart != nullptr) m_multipart->unWrap();
-        if (m_chunked != nullptr) {
-            while (m_chunked->read(scratch, 64) != PNX_EOF) scratch.reset();
-            if (m_buffered != nullptr) {
-                // The trailer, up to its empty line.
-                do {
-                    scratch.reset();
-                    m_buffered->readline(scratch);
-                } while (scratch.trim() != 0);
-            }
-        }
-        if (m_block != nullptr) {
-            while (m_block->read(scratch, 64) != PNX_EOF) scratch.reset();
-        }
+        delete m_attachment;
     } catch (...) {
     }
     try {
@@ -74,12 +53,61 @@ TALVEXMessageReaderImp::~TALVEXMessageReaderImp() {
         delete m_buffered;
     } catch (...) {
     }
+    m_attachment = nullptr;
     m_multipart = nullptr;
     m_chunked = nullptr;
     m_block = nullptr;
     m_buffered = nullptr;
     m_body = nullptr;
     m_original_is = nullptr;
+}
+
+bool TALVEXMessageReaderImp::drain() {
+    if (m_drained || m_buffered == nullptr) return true;
+    m_drained = true;
+    // A head cut short leaves the connection somewhere inside it.
+    if (m_head_read) {
+        try {
+            if (m_original_is->getCancel() == 0 && m_original_is->getTimeout() == 0) {
+                if (m_caller_cancel)
+                    m_original_is->setCancel(1);
+                else if (m_caller_timeout > 0)
+                    m_original_is->setTimeout(m_caller_timeout);
+            }
+            skipRest();
+            resetStreamSettings();
+            return true;
+        } catch (...) {
+        }
+    }
+    // Where the next message would start is unknown: nothing may read it.
+    try {
+        resetStreamSettings();
+        m_original_is->close();
+    } catch (...) {
+    }
+    return false;
+}
+
+void TALVEXMessageReaderImp::skipRest() {
+    MOXByteBuffer scratch(64, 64);
+    // Parts the caller left; the stream settings stay as they are meanwhile.
+    while (hasMoreAttachments()) {
+        openNextAttachment();
+        m_more_parts = m_multipart->hasNextPart();
+    }
+    if (m_multipart != nullptr) m_multipart->unWrap();
+    if (m_chunked != nullptr) {
+        while (m_chunked->read(scratch, 64) != PNX_EOF) scratch.reset();
+        // The trailer, up to its empty line.
+        do {
+            scratch.reset();
+            m_buffered->readline(scratch);
+        } while (scratch.trim() != 0);
+    }
+    if (m_block != nullptr) {
+        while (m_block->read(scratch, 64) != PNX_EOF) scratch.reset();
+    }
 }
 
 PNXInputStream& TALVEXMessageReaderImp::openEnvelope() {
@@ -92,6 +120,7 @@ PNXInputStream& TALVEXMessageReaderImp::openEnvelope() {
         m_parser.parseRequest(m_buffered);
     else
         m_parser.parseResponse(m_buffered);
+    m_head_read = true;
 
     if (m_parser.isChunked()) {
         m_chunked = MOX_NEW(PNXChunkedInputStream, *m_buffered);
@@ -126,6 +155,10 @@ void TALVEXMessageReaderImp::getEnvelope(MOXIDOM_Node& node) {
                                         << MOXMessageParm(parser.getCurrentColumnNumber(), MOX_PARM_DECIMAL)
                                         << MOXMessageParm(parser.getErrorCode(), MOX_PARM_DECIMAL))
           << MOXMessageString(I18NString(parser.errorString()));
+        // An error page (a proxy's HTML, a server's plain text) is what fails
+        // most often here: what the server said matters more than the parser.
+        const std::string status = errorStatus();
+        if (!status.empty()) e << MOXMessageString(I18NString(status.c_str()));
         e.hurl(MOX_HERE, "TALVEXMessageReaderImp::getEnvelope", "MOX_THROW");
     }
     try {
@@ -140,9 +173,20 @@ void TALVEXMessageReaderImp::getEnvelope(MOXIDOM_Node& node) {
     closeEnvelope(s);
 }
 
+std::string TALVEXMessageReaderImp::errorStatus() {
+    const char* code = getHeader("talvex-status-code");
+    if (isRequest || code == nullptr || code[0] == '2') return std::string();
+    const char* reason = getHeader("talvex-reason-phrase");
+    const char* type = getHeader("content-type");
+    return std::string("The server answered HTTP ") + code + " " + (reason != nullptr ? reason : "") +
+           (type != nullptr ? std::string(" (") + type + ")" : std::string(" (no Content-Type)"));
+}
+
 void TALVEXMessageReaderImp::resetStreamSettings() {
-    if (m_original_is->getCancel()) m_original_is->setCancel(0);
-    if (m_original_is->getTimeout()) m_original_is->setTimeout(0);
+    m_caller_cancel = m_original_is->getCancel();
+    if (m_caller_cancel) m_original_is->setCancel(0);
+    m_caller_timeout = m_original_is->getTimeout();
+    if (m_caller_timeout) m_original_is->setTimeout(0);
 }
 
 void TALVEXMessageReaderImp::closeEnvelope(PNXInputStream&) {

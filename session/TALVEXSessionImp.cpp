@@ -2,11 +2,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 #include "http/TALVEXMessageWriterImp.h"
-#include "mime/TALVEXMessageReaderImp.h"
 #include "moxcore/MOXThreadGuard.h"
 #include "moxcore/MOXThrow.h"
+#include "talvex/TALVEXException.h"
 #include "talvex/TALVEXSocketInputStream.h"
 
 static const char MOX_UNIT[] = "TALVEXSessionImp";
@@ -36,6 +37,7 @@ TALVEXSessionImp::TALVEXSessionImp(TALVEXSocket* socket, const char* uriPath)
       m_request_sent(0),
       m_current_writer(nullptr),
       m_current_reader(nullptr),
+      m_cycle_failed(false),
       m_lock(0) {}
 
 TALVEXSessionImp::~TALVEXSessionImp() {
@@ -96,6 +98,10 @@ void TALVEXSessionImp::echo(const char* sfilename, const char* mode) {
 }
 
 TALVEXMessageWriter& TALVEXSessionImp::openRequest(int hasAttachments) {
+    // Refused before anything goes out: the server might run the request again.
+    if (m_cycle_failed)
+        MOX_THROW(MOXIllegalStateError, "TALVEXSessionImp::openRequest - the previous request/response cycle failed "
+                                        "and the connection cannot be reused: call reconnect first");
     MOX_ASSERT_AT(170, m_current_writer == NULL);
     try {
         int chunked = 1;
@@ -127,6 +133,7 @@ void TALVEXSessionImp::closeRequest(TALVEXMessageWriter& w) {
     } catch (...) {
         delete m_current_writer;
         m_current_writer = nullptr;
+        m_cycle_failed = true;
         throw;
     }
     delete m_current_writer;
@@ -148,14 +155,20 @@ TALVEXMessageReader& TALVEXSessionImp::openResponse() {
 
 void TALVEXSessionImp::closeResponse(TALVEXMessageReader& r) {
     MOX_ASSERT_AT(249, m_current_reader == &r);
-    TALVEXMessageReader* reader = m_current_reader;
+    TALVEXMessageReaderImp* reader = m_current_reader;
     m_current_reader = nullptr;
-    delete reader;  // reads what is left of the response
+    if (!reader->drain()) m_cycle_failed = true;  // the reader closed the connection
+    delete reader;
 }
 
 void TALVEXSessionImp::sendRequest(MOXIDOM_Element& request) {
     TALVEXMessageWriter& w = openRequest(0);
-    w.writeEnvelope(request);
+    try {
+        w.writeEnvelope(request);
+    } catch (...) {
+        m_cycle_failed = true;
+        throw;
+    }
     closeRequest(w);
 }
 
@@ -163,13 +176,33 @@ void TALVEXSessionImp::getResponse(MOXIDOM_Node& response) {
     if (m_request_sent == 0)
         MOX_THROW_AT(159, MOXIllegalStateError, "TALVEXSessionImp::getResponse - no request was sent");
     TALVEXMessageReader& r = openResponse();
-    r.getEnvelope(response);
+    try {
+        r.getEnvelope(response);
+    } catch (...) {
+        m_cycle_failed = true;
+        throw;
+    }
     closeResponse(r);
 }
 
+// A server may answer and close before it has read the whole request (a body
+// over its limit): when its answer came, that answer is the result, not the
+// failed send.
 void TALVEXSessionImp::doRequest(MOXIDOM_Element& request, MOXIDOM_Node& response) {
-    sendRequest(request);
-    getResponse(response);
+    std::exception_ptr sendFailure;
+    try {
+        sendRequest(request);
+    } catch (TALVEXException& e) {
+        if (e.getCode() != TALVEXException::ErrSocket || m_request_sent == 0) throw;
+        sendFailure = std::current_exception();
+    }
+    try {
+        getResponse(response);
+    } catch (...) {
+        const bool answered = m_current_reader != nullptr && m_current_reader->getHeader("talvex-status-code") != nullptr;
+        if (sendFailure && !answered) std::rethrow_exception(sendFailure);
+        throw;
+    }
 }
 
 void TALVEXSessionImp::closeSession() { closeSessionNow(); }
@@ -224,6 +257,7 @@ void TALVEXSessionImp::reconnect(int timeLimitSec) {
     } catch (...) {
     }
     m_session_sock->open(timeLimitSec);
+    m_cycle_failed = false;
 }
 
 void TALVEXSessionImp::setHeader(const std::string& name, const std::string& value) { m_headers[name] = value; }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "http/TALVEXMessageWriterImp.h"
+#include "mime/TALVEXMessageReaderImp.h"
 #include "moxcore/MOXThreadCriticalSection.h"
 #include "talvex/TALVEXLimits.h"
 #include "talvex/TALVEXSession.h"
@@ -54,7 +55,10 @@ private:
     TALVEXMessageWriter* m_current_writer;
     // The last plain request's head, sent again while its pieces stay the same.
     TALVEXMessageWriterImp::HeadCache m_head_cache;
-    TALVEXMessageReader* m_current_reader;
+    TALVEXMessageReaderImp* m_current_reader;
+    // A cycle failed and left the connection in an unknown state; only
+    // reconnect clears it.
+    bool m_cycle_failed;
     // std::less<>: looked up by a C string without making a std::string of it.
     std::map<std::string, std::string, std::less<>> m_properties;
     std::map<std::string, std::string> m_headers;
