@@ -102,9 +102,19 @@ case_fault() {
     expect_in "$ERR" 'HTTP 500'
 }
 
+# start_python NAME SCRIPT: a loopback peer in Python that prints "listening on
+# PORT" first; sets PORT.
+start_python() {
+    python3 -u -c "$2" >"$SCRATCH/server-$1.out" 2>"$SCRATCH/server-$1.log" &
+    SERVER_PIDS+=($!)
+    local i
+    for i in $(seq 1 100); do grep -q '^listening' "$SCRATCH/server-$1.out" && break; sleep 0.05; done
+    PORT=$(awk '{print $3}' "$SCRATCH/server-$1.out")
+}
+
 case_http_status() {
     # A web server that knows no POST answers with an HTML error page.
-    python3 -u -c '
+    start_python http '
 import http.server, sys
 class H(http.server.BaseHTTPRequestHandler):
     def do_POST(self):
@@ -114,14 +124,53 @@ class H(http.server.BaseHTTPRequestHandler):
 s = http.server.HTTPServer(("127.0.0.1", 0), H)
 print("listening on %d" % s.server_address[1], flush=True)
 s.serve_forever()
-' >"$SCRATCH/server-http.out" 2>"$SCRATCH/server-http.log" &
-    SERVER_PIDS+=($!)
-    local i
-    for i in $(seq 1 100); do grep -q '^listening' "$SCRATCH/server-http.out" && break; sleep 0.05; done
-    PORT=$(awk '{print $3}' "$SCRATCH/server-http.out")
+'
     run_call 4 "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
     expect_in "$ERR" 'HTTP status 404'
     [ -s "$OUT" ] && fail "an HTTP error printed on standard output"
+}
+
+# A raw peer: reads the request head, then runs BODY with the connection c.
+start_raw_peer() {
+    start_python "$1" '
+import socket, time
+s = socket.socket(); s.bind(("127.0.0.1", 0)); s.listen(8)
+print("listening on %d" % s.getsockname()[1], flush=True)
+while True:
+    c, _ = s.accept()
+    head = b""
+    while b"\r\n\r\n" not in head:
+        head += c.recv(1)
+    try:
+'"$2"'
+    except OSError:
+        pass
+    c.close()
+'
+}
+
+# A server that refuses a body over its limit at once and closes: its Fault is
+# reported, not the send that failed.
+case_early_answer() {
+    start_raw_peer early '
+        fault = b"<soapenv:Envelope xmlns:soapenv=\"http://schemas.xmlsoap.org/soap/envelope/\"><soapenv:Body><soapenv:Fault><faultcode>soapenv:Client</faultcode><faultstring>request too large</faultstring></soapenv:Fault></soapenv:Body></soapenv:Envelope>"
+        c.sendall(b"HTTP/1.1 413 Request Entity Too Large\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n" % len(fault) + fault)'
+    head -c 33554432 /dev/zero | tr '\0' x >"$SCRATCH/big.txt"
+    run_call 5 --attach "$SCRATCH/big.txt" "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    expect_in "$OUT" 'faultstring: request too large'
+    expect_in "$ERR" 'HTTP 413'
+}
+
+# A head sent a byte at a time, never finished: --timeout bounds the whole
+# call, and the first Ctrl-C ends it.
+case_trickle() {
+    start_raw_peer trickle '
+        c.sendall(b"HTTP/1.1 200 OK\r\nX-Pad: ")
+        for i in range(600):
+            c.sendall(b"a"); time.sleep(0.1)'
+    run_call 7 --timeout 2 "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" 'timed out: the call took longer than 2 s'
+    interrupt_call "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
 }
 
 case_refused() {

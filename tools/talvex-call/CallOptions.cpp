@@ -265,10 +265,10 @@ Connection:
       --connect-timeout S  give up connecting after S seconds (default 30;
                            0: no limit). Refused connects are retried five
                            times, two seconds apart, within that limit
-      --timeout S          give up when the response stalls for S seconds
-                           (default: wait; Ctrl-C cancels the wait)
-      --non-blocking       non-blocking socket (default with TLS, where
-                           --timeout and Ctrl-C need it)
+      --timeout S          give up when the whole call (connecting, sending,
+                           receiving) takes more than S seconds (default: no
+                           limit; Ctrl-C ends the call)
+      --non-blocking       non-blocking socket (default with TLS)
       --blocking           blocking socket (default with plain TCP)
       --trace FILE         write every byte sent and received into FILE
       --repeat N           send the request N times on one connection and

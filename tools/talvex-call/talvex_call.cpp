@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -76,15 +77,16 @@ void onInterrupt(int) {
     sem_post(&g_wake);
 }
 
-// Watches the read under way: cancels it on Ctrl-C, or when --timeout seconds
-// pass without the response making progress. Cancellation is the toolkit's
-// own (setCancel(1) on the stream, cancel() from this thread), so the read
-// ends with PNXIOCancelException and the socket stays consistent.
+// Ends the call on Ctrl-C, or once --timeout seconds have passed since it
+// began. A read under way is cancelled (setCancel(1) on the stream, cancel()
+// from this thread), so it ends with PNXIOCancelException and a clean report;
+// a step that cannot be cancelled (a send the server does not take, a blocking
+// TLS read) is cut short by ending the process after a grace period.
 class ReadWatch {
 public:
     enum Reason { None, Interrupted, TimedOut };
 
-    explicit ReadWatch(int timeoutSec) : m_timeout_ms(timeoutSec * 1000LL) {
+    explicit ReadWatch(int timeoutSec) : m_timeout_sec(timeoutSec), m_deadline(Clock::now() + std::chrono::seconds(timeoutSec)) {
         m_thread = std::thread([this] { run(); });
     }
     ~ReadWatch() {
@@ -98,7 +100,6 @@ public:
         std::lock_guard<std::mutex> g(m_lock);
         m_stream = stream;
         m_cancel_sent = false;
-        progress();
     }
     void disarm() {
         TALVEXSocketInputStream* stream;
@@ -112,17 +113,32 @@ public:
         } catch (...) {
         }
     }
-    void progress() { m_last_progress_ms = nowMs(); }
+    // Between steps: throws when the call is to end.
+    void check() {
+        const Reason why = due();
+        if (why != None) throw Failure{ExitTimeout, message(why)};
+    }
     Reason reason() const { return m_reason.load(); }
-    int timeoutSec() const { return static_cast<int>(m_timeout_ms / 1000); }
+    std::string message(Reason why) const {
+        return why == TimedOut ? "timed out: the call took longer than " + std::to_string(m_timeout_sec) + " s"
+                               : "cancelled";
+    }
+    // The limit for connecting: the call's own when that is shorter.
+    int connectLimit(int connectTimeoutSec) const {
+        if (m_timeout_sec <= 0) return connectTimeoutSec;
+        return connectTimeoutSec > 0 ? std::min(connectTimeoutSec, m_timeout_sec) : m_timeout_sec;
+    }
 
 private:
-    static long long nowMs() {
-        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch()).count();
+    static constexpr std::chrono::seconds kGrace{2};
+
+    Reason due() const {
+        if (g_interrupts > 0) return Interrupted;
+        if (m_timeout_sec > 0 && Clock::now() >= m_deadline) return TimedOut;
+        return None;
     }
 
     void run() {
-        int seenInterrupts = 0;
         while (!m_stop) {
             timespec until{};
             clock_gettime(CLOCK_REALTIME, &until);
@@ -134,21 +150,19 @@ private:
             while (sem_timedwait(&g_wake, &until) != 0 && errno == EINTR) {
             }
             if (m_stop) break;
-            std::lock_guard<std::mutex> g(m_lock);
-            const int interrupts = g_interrupts;
-            const bool newInterrupt = interrupts > seenInterrupts;
-            seenInterrupts = interrupts;
-            if (m_stream == nullptr) {
-                if (newInterrupt)
-                    std::fprintf(stderr, "\ntalvex-call: stopping after this step (Ctrl-C again to quit at once)\n");
-                continue;
-            }
-            if (m_cancel_sent) continue;
-            Reason why = None;
-            if (interrupts > 0) why = Interrupted;
-            else if (m_timeout_ms > 0 && nowMs() - m_last_progress_ms.load() >= m_timeout_ms) why = TimedOut;
+            const Reason why = due();
             if (why == None) continue;
-            m_reason = why;
+            if (m_reason.load() == None) {
+                m_reason = why;
+                m_gave_up = Clock::now();
+            } else if (Clock::now() - m_gave_up >= kGrace) {
+                const std::string text = "\ntalvex-call: " + message(m_reason.load()) + "\n";
+                ssize_t ignored = ::write(STDERR_FILENO, text.data(), text.size());
+                (void)ignored;
+                _exit(ExitTimeout);
+            }
+            std::lock_guard<std::mutex> g(m_lock);
+            if (m_stream == nullptr || m_cancel_sent) continue;
             m_cancel_sent = true;
             try {
                 m_stream->cancel();
@@ -158,10 +172,11 @@ private:
         }
     }
 
-    const long long m_timeout_ms;
-    std::atomic<long long> m_last_progress_ms{0};
+    const int m_timeout_sec;
+    const Clock::time_point m_deadline;
     std::atomic<bool> m_stop{false};
     std::atomic<Reason> m_reason{None};
+    Clock::time_point m_gave_up;
     std::mutex m_lock;
     TALVEXSocketInputStream* m_stream = nullptr;
     bool m_cancel_sent = false;
@@ -177,10 +192,6 @@ public:
 private:
     ReadWatch& m_watch;
 };
-
-void checkInterrupted() {
-    if (g_interrupts > 0) throw Failure{ExitTimeout, "cancelled"};
-}
 
 // ---------------------------------------------------------------------------
 // Progress on standard error while large transfers run, only on a terminal.
@@ -411,16 +422,17 @@ public:
 
     void connect(TALVEX& toolkit) {
         m_config = secureConfig(m_o);
+        const int connectLimit = m_watch.connectLimit(m_o.connectTimeout);
         if (m_o.verbose)
             std::fprintf(stderr, "* %s, %s; connecting to %s%s\n", m_o.useTls() ? "TLS" : "plain TCP",
                          m_o.useNonBlocking() ? "non-blocking" : "blocking", m_o.url.c_str(),
-                         m_o.connectTimeout > 0 ? (" (limit " + std::to_string(m_o.connectTimeout) + " s)").c_str()
+                         connectLimit > 0 ? (" (limit " + std::to_string(connectLimit) + " s)").c_str()
                                                 : "");
         if (m_o.verbose && m_o.useTls()) std::fprintf(stderr, "* TLS configuration: %s\n", m_config.c_str());
         const Clock::time_point start = Clock::now();
         try {
             m_session.reset(toolkit.getSession(m_o.url.c_str(), m_o.useTls() ? m_config.c_str() : nullptr,
-                                               m_o.connectTimeout));
+                                               connectLimit));
         } catch (const MOXIllegalStateError&) {
             // The plain socket refuses to connect to an address that did not
             // resolve; say so in words.
@@ -437,8 +449,21 @@ public:
         if (!m_o.traceFile.empty()) startTrace();
     }
 
+    // A server may answer and close before it has read the whole request (a
+    // body over its limit); its answer, when one came, is what to report.
     Response cycle(bool last) {
-        send();
+        try {
+            send();
+        } catch (const TALVEXException& e) {
+            if (e.getCode() != TALVEXException::ErrSocket) throw;
+            const std::exception_ptr sendFailure = std::current_exception();
+            try {
+                return receive(last);
+            } catch (...) {
+                if (m_status == 0) std::rethrow_exception(sendFailure);
+                throw;
+            }
+        }
         return receive(last);
     }
 
@@ -487,7 +512,7 @@ private:
     }
 
     void send() {
-        checkInterrupted();
+        m_watch.check();
         if (m_o.verbose) printRequestHead();
         const bool multipart = !m_o.attachments.empty();
         TALVEXMessageWriter& writer = m_session->openRequest(multipart ? 1 : 0);
@@ -499,7 +524,7 @@ private:
     }
 
     void sendAttachment(TALVEXMessageWriter& writer, const AttachmentSpec& a) {
-        checkInterrupted();
+        m_watch.check();
         std::ifstream in(a.path, std::ios::binary);
         if (!in) throw Failure{ExitUsage, "cannot read attachment '" + a.path + "': " + std::strerror(errno)};
         struct stat st {};
@@ -520,19 +545,18 @@ private:
             if (n <= 0) break;
             out.write(buffer.data(), static_cast<unsigned>(n));
             progress.add(static_cast<unsigned long long>(n));
-            checkInterrupted();
+            m_watch.check();
         }
         progress.finish();
         writer.closeAttachment(out);
     }
 
-    // Reads the whole stream, counting progress for the time-out.
+    // Reads the whole stream.
     void readAll(PNXInputStream& in, std::string* text, std::ofstream* file, Progress& progress) {
         std::vector<char> buffer(64 * 1024);
         for (;;) {
             const unsigned n = in.read(buffer.data(), static_cast<unsigned>(buffer.size()));
             if (n == PNX_EOF) break;
-            m_watch.progress();
             if (n == 0) continue;
             if (text != nullptr) text->append(buffer.data(), n);
             if (file != nullptr) {
@@ -562,6 +586,7 @@ private:
 
     Response receive(bool last) {
         Response r;
+        m_status = 0;
         TALVEXSocketInputStream* stream = m_session->getSessionSocket()->getInputStream();
         TALVEXMessageReader& reader = m_session->openResponse();
         {
@@ -699,13 +724,10 @@ int runCalls(const CallOptions& o, const std::string& envelope) {
         std::fprintf(stderr,
                      "talvex-call: WARNING: --insecure: the server's certificate is NOT verified. Anyone on the\n"
                      "talvex-call: WARNING: network path can impersonate the server and read or change this traffic.\n");
-    if (o.useTls() && !o.useNonBlocking() && o.timeout > 0)
-        std::fprintf(stderr, "talvex-call: note: a blocking TLS socket cannot time out or be cancelled while it "
-                             "reads; --timeout and Ctrl-C only act between steps\n");
 
     Call call(o, envelope);
     try {
-        checkInterrupted();
+        call.watch().check();
         call.connect(*toolkit);
         Response r;
         std::vector<double> times;
@@ -758,10 +780,8 @@ int runCalls(const CallOptions& o, const std::string& envelope) {
     } catch (const MOXThrowable& e) {
         const ReadWatch::Reason why = call.watch().reason();
         const int code = exitCodeFor(e);
-        if (code == ExitTimeout && why == ReadWatch::TimedOut) {
-            std::fprintf(stderr, "talvex-call: timed out: the response stalled for %d s\n", o.timeout);
-        } else if (code == ExitTimeout) {
-            std::fprintf(stderr, "talvex-call: cancelled\n");
+        if (code == ExitTimeout) {
+            std::fprintf(stderr, "talvex-call: %s\n", call.watch().message(why).c_str());
         } else {
             const std::string text = describe(e);
             std::fprintf(stderr, "talvex-call: %s\n", text.c_str());
