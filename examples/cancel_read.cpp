@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
             std::unique_ptr<TALVEXSession> session(toolkit->getSession(url.c_str(), config.c_str(), 10));
             TALVEXSocketInputStream* in = session->getSessionSocket()->getInputStream();
 
-            // 1. A time limit: the read gives up after 1 s without data.
+            // 1. A time limit: reads give up 1 s after it was set.
             in->setTimeout(1);
             auto start = std::chrono::steady_clock::now();
             try {
