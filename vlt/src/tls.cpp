@@ -278,8 +278,9 @@ int classify(Connection& c, int sslResult, bool duringHandshake) {
     const char* peer = client ? "server" : "client";
     const int sysErr = c.io.lastErrno;
     const std::string during = duringHandshake ? "during the TLS handshake" : "";
-    // What the server refused or could not speak, a client's next attempt would
-    // meet again: refused for good, so the caller does not try again.
+    // A client's handshake refused for a reason its next attempt would meet
+    // again (a certificate, no TLS, nothing in common) answers VLT_E_REFUSED,
+    // so that the caller does not try again.
     const bool refusedForGood = client && duringHandshake;
 
     long verify = SSL_get_verify_result(c.ssl);
@@ -318,7 +319,8 @@ int classify(Connection& c, int sslResult, bool duringHandshake) {
         if (sysErr == ETIMEDOUT && duringHandshake) {
             const std::string limit = c.connectLimitMs > 0 ? std::string("the connect time limit")
                                                            : std::to_string(kHandshakeTimeoutMs / 1000) + " seconds";
-            return failFatal(c, VLT_E_HANDSHAKE, std::string("the ") + peer + " did not complete the TLS handshake within " + limit);
+            return failFatal(c, VLT_E_HANDSHAKE,
+                             std::string("the ") + peer + " did not complete the TLS handshake within " + limit);
         }
         std::string text = "socket error " + (during.empty() ? std::string("on the connection") : during) + ": " +
                            systemErrorText(sysErr);
@@ -327,17 +329,19 @@ int classify(Connection& c, int sslResult, bool duringHandshake) {
 
     std::string text = duringHandshake ? "TLS handshake failed" : "TLS error";
     text += ": " + (firstReason.empty() ? std::string("unknown error ") + std::to_string(sslError) : firstReason);
-    bool mismatch = true;
-    if (contains(reasons, SSL_R_WRONG_VERSION_NUMBER) || contains(reasons, SSL_R_PACKET_LENGTH_TOO_LONG))
+    const bool notTls = contains(reasons, SSL_R_WRONG_VERSION_NUMBER) || contains(reasons, SSL_R_PACKET_LENGTH_TOO_LONG);
+    const bool noVersion = contains(reasons, SSL_R_UNSUPPORTED_PROTOCOL) ||
+                           contains(reasons, SSL_R_TLSV1_ALERT_PROTOCOL_VERSION) ||
+                           contains(reasons, SSL_R_NO_PROTOCOLS_AVAILABLE);
+    if (notTls)
         text += std::string(" (does the ") + peer + " speak TLS on this port?)";
-    else if (contains(reasons, SSL_R_UNSUPPORTED_PROTOCOL) || contains(reasons, SSL_R_TLSV1_ALERT_PROTOCOL_VERSION) ||
-             contains(reasons, SSL_R_NO_PROTOCOLS_AVAILABLE))
+    else if (noVersion)
         text += std::string(" (the ") + peer + " offers no TLS version at or above minProtocol " +
                 (c.config.minProtocol == TLS1_3_VERSION ? "TLS1.3" : "TLS1.2") + ")";
-    else
-        mismatch = contains(reasons, SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE) || contains(reasons, SSL_R_NO_SHARED_CIPHER);
     if (!duringHandshake) return failFatal(c, VLT_E_FAILED, text);
-    return failFatal(c, refusedForGood && mismatch ? VLT_E_REFUSED : VLT_E_HANDSHAKE, text);
+    const bool nothingInCommon = notTls || noVersion || contains(reasons, SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE) ||
+                                 contains(reasons, SSL_R_NO_SHARED_CIPHER);
+    return failFatal(c, refusedForGood && nothingInCommon ? VLT_E_REFUSED : VLT_E_HANDSHAKE, text);
 }
 
 // A TLS 1.3 server judges the (empty) certificate of its client only after the
