@@ -26,13 +26,16 @@ public:
             throw std::runtime_error("cannot listen on loopback");
         ::getsockname(m_listen, reinterpret_cast<sockaddr*>(&a), &length);
         m_port = ntohs(a.sin_port);
-        // Connections nobody accepts, until one is no longer answered.
+        // Connections nobody accepts, until one is no longer answered after
+        // another was: the queue is full then.
+        bool answered = false;
         for (int i = 0; i < 8; ++i) {
             const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
             m_queued.push_back(fd);
             (void)::connect(fd, reinterpret_cast<sockaddr*>(&a), length);
             pollfd p{fd, POLLOUT, 0};
-            if (::poll(&p, 1, 200) == 0) return;
+            if (::poll(&p, 1, 200) == 1) answered = true;
+            else if (answered) return;
         }
         throw std::runtime_error("the listen queue did not fill");
     }
