@@ -4,6 +4,7 @@
 //   example_attachments URL [CA-FILE]
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "moxcore/MOXByteBuffer.h"
@@ -84,6 +85,10 @@ int main(int argc, char** argv) {
             result = matching == 2 ? 0 : 1;
         } catch (MOXThrowable& e) {
             std::fprintf(stderr, "%s\n", e.toString().c_str());
+        } catch (const std::out_of_range& e) {
+            // Not a MOXThrowable: a TLS configuration document without its
+            // closing tag </sessionConfigDocument>.
+            std::fprintf(stderr, "unusable TLS configuration document: %s\n", e.what());
         }
     }
     TALVEXTerminate();

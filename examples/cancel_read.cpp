@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -86,6 +87,10 @@ int main(int argc, char** argv) {
             ++passed;
         } catch (MOXThrowable& e) {
             std::fprintf(stderr, "%s\n", e.toString().c_str());
+        } catch (const std::out_of_range& e) {
+            // Not a MOXThrowable: a TLS configuration document without its
+            // closing tag </sessionConfigDocument>.
+            std::fprintf(stderr, "unusable TLS configuration document: %s\n", e.what());
         }
     }
     TALVEXTerminate();

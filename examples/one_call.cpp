@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "moxidom/MOXIDOM.h"
@@ -49,6 +50,10 @@ int main(int argc, char** argv) {
         } catch (MOXThrowable& e) {
             // A complete report: error code, catalog text, back-trace.
             std::fprintf(stderr, "%s\n", e.toString().c_str());
+        } catch (const std::out_of_range& e) {
+            // Not a MOXThrowable: a TLS configuration document without its
+            // closing tag </sessionConfigDocument>.
+            std::fprintf(stderr, "unusable TLS configuration document: %s\n", e.what());
         }
     }
     TALVEXTerminate();

@@ -50,6 +50,7 @@ TALVEXSocket* TALVEX::getSocket() {
 
 TALVEXSession* TALVEX::getSession(const char* host, int port, const char* uriPath, const char* secureConfig,
                                   int timeLimitSec) {
+    if (host == nullptr) MOX_THROW(MOXIllegalArgumentError, "TALVEX::getSession - no host was given");
     TALVEXSocket* socket = nullptr;
     TALVEXSession* session = nullptr;
     try {
@@ -78,6 +79,7 @@ TALVEXSession* TALVEX::getSession(const char* host, int port, const char* uriPat
 }
 
 TALVEXSession* TALVEX::getSession(const char* url, const char* secureConfig, int timeLimitSec) {
+    if (url == nullptr) MOX_THROW(MOXIllegalArgumentError, "TALVEX::getSession - no URL was given");
     TALVEXSocket* socket = nullptr;
     TALVEXSession* session = nullptr;
     try {

@@ -7,9 +7,7 @@
 
 #include "frame/TALVEXRaise.h"
 #include "moxcore/MOXFmDir.h"
-#include "moxcore/MOXThread.h"
 #include "moxcore/MOXThrow.h"
-#include "moxcore/MOXUtTimer.h"
 #include "talvex/TALVEXHost.h"
 #include "transport/TALVEXSocketErrorText.h"
 
@@ -22,6 +20,8 @@ static const char MOX_UNIT[] = "TALVEXSocketNonSSL";
 
 namespace {
 const unsigned short kNoAddress = 0xFFFF;
+const int kAttempts = 5;
+const unsigned kPauseSec = 2;
 }
 
 TALVEXSocketNonSSL::TALVEXSocketNonSSL(int nonBlocking)
@@ -126,9 +126,7 @@ void TALVEXSocketNonSSL::open(int port, const sockaddr_storage& address, const c
 
     if (target.ss_family == kNoAddress) MOX_THROW(MOXIllegalStateError, "TALVEXSocketNonSSL::Open(3)");
 
-    MOXUtTimer timer;
-    timer.start();
-
+    const TALVEXConnectTimeLimit limit(timeLimitSec);
     m_handle = socket(target.ss_family, SOCK_STREAM, 0);
     if (m_handle == 0) {
         // Handle 0 is never kept: take the next one and give 0 back.
@@ -141,33 +139,71 @@ void TALVEXSocketNonSSL::open(int port, const sockaddr_storage& address, const c
     }
 
     const socklen_t length = target.ss_family == AF_INET ? 16 : 28;
-    int attempts = 5;
+    int attempts = kAttempts;
     for (;;) {
-        int rc = connect(m_handle, reinterpret_cast<const sockaddr*>(&target), length);
-        if (rc == SOCKET_ERROR) {
-            if (WSAGetLastError() == WSAEINTR) {
-                attempts = 5;
-            } else {
-                --attempts;
-                if (attempts > 0) MOXThread::sleep(2);
-            }
-        }
-        if (timeLimitSec > 0 && timer.getElapsed(1) > static_cast<unsigned>(timeLimitSec) * 1000u) {
+        if (connectWithin(target, length, limit) == 0) {
+            if (!limit.passed()) break;
             updateLastErrorText();
             RAISE_SOCKET_ERROR("TALVEXSocketNonSSL::Open(3)");
         }
-        if (rc == 0) break;
-        if (attempts <= 0) {
-            updateLastErrorText();
+        // An interrupted attempt does not count.
+        const bool interrupted = WSAGetLastError() == WSAEINTR;
+        updateLastErrorText();
+        attempts = interrupted ? kAttempts : attempts - 1;
+        if (attempts <= 0 || limit.passed() || (!interrupted && !limit.pause(kPauseSec)))
             RAISE_SOCKET_ERROR("TALVEXSocketNonSSL::Open(3)");
-        }
     }
 
-    timer.stop();
     m_connected = 1;
     if (m_non_blocking) {
         unsigned long on = 1;
         ioctlsocket(m_handle, FIONBIO, &on);
+    }
+}
+
+int TALVEXSocketNonSSL::connectWithin(const sockaddr_storage& target, socklen_t length,
+                                      const TALVEXConnectTimeLimit& limit) {
+    // Non-blocking, so the wait for the peer is ours and ends with the limit;
+    // the connection's own mode is set once it is up.
+    unsigned long on = 1;
+    ioctlsocket(m_handle, FIONBIO, &on);
+    int rc = connect(m_handle, reinterpret_cast<const sockaddr*>(&target), length);
+    if (rc == SOCKET_ERROR && (WSAGetLastError() == WSAEINPROGRESS || WSAGetLastError() == WSAEWOULDBLOCK))
+        rc = awaitConnect(limit);
+    const int error = WSAGetLastError();
+    unsigned long off = 0;
+    ioctlsocket(m_handle, FIONBIO, &off);
+    WSASetLastError(error);
+    return rc;
+}
+
+int TALVEXSocketNonSSL::awaitConnect(const TALVEXConnectTimeLimit& limit) {
+    for (;;) {
+        // POSIX reports the outcome as writable, Winsock a failure as an exception.
+        fd_set writeSet;
+        fd_set errorSet;
+        FD_ZERO(&writeSet);
+        FD_ZERO(&errorSet);
+        FD_SET(m_handle, &writeSet);
+        FD_SET(m_handle, &errorSet);
+        const long left = limit.remainingMs();
+        timeval span;
+        span.tv_sec = left / 1000;
+        span.tv_usec = (left % 1000) * 1000;
+        const int ready = select(m_handle + 1, nullptr, &writeSet, &errorSet, left < 0 ? nullptr : &span);
+        if (ready == SOCKET_ERROR && WSAGetLastError() == WSAEINTR) continue;
+        if (ready == SOCKET_ERROR) return SOCKET_ERROR;
+        if (ready == 0) {
+            WSASetLastError(WSAETIMEDOUT);
+            return SOCKET_ERROR;
+        }
+        int error = 0;
+        int size = sizeof error;
+        if (getsockopt(m_handle, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) == SOCKET_ERROR)
+            return SOCKET_ERROR;
+        if (error == 0) return 0;
+        WSASetLastError(error);
+        return SOCKET_ERROR;
     }
 }
 

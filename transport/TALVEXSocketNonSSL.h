@@ -7,11 +7,12 @@
 #include "moxcore/MOXByteBuffer.h"
 #include "platform/winsock.h"
 #include "talvex/TALVEXSocket.h"
+#include "transport/TALVEXConnectTimeLimit.h"
 #include "transport/TALVEXSocketNonSSLInputStream.h"
 #include "transport/TALVEXSocketNonSSLOutputStream.h"
 
-// A plain TCP connection: connect with up to five attempts and an optional
-// time limit, raw reads and writes (one recv or a loop of sends, no buffer of
+// A plain TCP connection: connect with up to five attempts within an optional
+// time limit that also bounds the wait for each attempt, raw reads and writes (one recv or a loop of sends, no buffer of
 // its own), an optional trace file, and every failed socket call reported
 // with the text of its Windows Sockets error.
 class TALVEXSocketNonSSL : public TALVEXSocket {
@@ -52,6 +53,10 @@ public:
     void adopt(SOCKET accepted);
 
 private:
+    // One connect attempt that waits for the peer at most what is left of the
+    // limit: 0, or SOCKET_ERROR with the Windows Sockets error set.
+    int connectWithin(const sockaddr_storage& target, socklen_t length, const TALVEXConnectTimeLimit& limit);
+    int awaitConnect(const TALVEXConnectTimeLimit& limit);
     void trace(const char* header, int count, const char* data, int dataLength);
 
     MOXByteBuffer m_url;

@@ -2,6 +2,7 @@
 
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -9,12 +10,11 @@
 #include "frame/TALVEXRaise.h"
 #include "moxcore/MOXErrors.h"
 #include "moxcore/MOXFmDir.h"
-#include "moxcore/MOXThread.h"
 #include "moxcore/MOXThrow.h"
 #include "moxcore/MOXUtSystemInfo.h"
-#include "moxcore/MOXUtTimer.h"
 #include "platform/wintypes.h"
 #include "session/MOXSocketAddress.h"
+#include "transport/TALVEXConnectTimeLimit.h"
 #include "transport/TALVEXCryptoError.h"
 
 static const char MOX_UNIT[] = "TALVEXSocketSSL";
@@ -42,10 +42,12 @@ const int kSpanPassedToo = 2;
 const unsigned int kSendBufferSize = 0x1001;
 const unsigned int kReceiveBufferSize = 0x1002;
 const unsigned int kNonBlockingSwitch = 0x8004667E;
+const unsigned int kConnectTimeout = 0x1003;
 
 const unsigned kLargestSendChunk = 32768;
 const int kAttempts = 5;
 const int kSecureTries = 5;
+const unsigned kPauseSec = 2;
 const long kDefaultWaitSec = 3;
 
 const char kClosingTag[] = "</sessionConfigDocument>";
@@ -225,12 +227,12 @@ void TALVEXSocketSSL::open(int timeLimitSec) {
                                detailText);
     }
 
-    MOXUtTimer timer;
-    timer.start();
+    const TALVEXConnectTimeLimit limit(timeLimitSec);
     int attempts = kAttempts;
     int secureTries = kSecureTries;
     int sec = 0;
     for (;;) {
+        limitLibraryWaits(limit);
         rc = byUrl ? m_crypto.Connect_Url(m_conn_handle, url.c_str(), 0)
                    : m_crypto.Connect(m_conn_handle, &target, sizeof target, 0);
         if (rc == kRefused) RAISE_CRYPTO_ERROR("TALVEXSocketSSL::open()", "VLT_Connect", rc);
@@ -246,8 +248,9 @@ void TALVEXSocketSSL::open(int timeLimitSec) {
             }
         }
 
-        if (timeLimitSec > 0 && timer.getElapsed(1) > static_cast<unsigned>(timeLimitSec) * 1000u)
-            RAISE_CRYPTO_ERROR("TALVEXSocketSSL::open()", "VLT_Connect", rc);
+        // Refused for good: another attempt would meet the same refusal.
+        if (sec == kRefused) RAISE_CRYPTO_ERROR("TALVEXSocketSSL::open()", "VLT_EstablishSecure", sec);
+        if (limit.passed()) RAISE_CRYPTO_ERROR("TALVEXSocketSSL::open()", "VLT_Connect", rc);
 
         if (rc == kSecurePending && sec == 0) {
             if (secureTries-- > 0) continue;
@@ -256,10 +259,9 @@ void TALVEXSocketSSL::open(int timeLimitSec) {
         }
 
         if (--attempts <= 0) break;
-        MOXThread::sleep(2);
+        if (!limit.pause(kPauseSec)) RAISE_CRYPTO_ERROR("TALVEXSocketSSL::open()", "VLT_Connect", rc);
         secureTries = kSecureTries;
     }
-    timer.stop();
     if (rc != 0) RAISE_CRYPTO_ERROR("TALVEXSocketSSL::open()", "VLT_Connect", rc);
     if (sec != 0) RAISE_CRYPTO_ERROR("TALVEXSocketSSL::open()", "VLT_EstablishSecure", sec);
 
@@ -269,6 +271,14 @@ void TALVEXSocketSSL::open(int timeLimitSec) {
         setupSendChunk();
         setNonBlockingMode();
     }
+}
+
+void TALVEXSocketSSL::limitLibraryWaits(const TALVEXConnectTimeLimit& limit) {
+    if (!limit.isSet()) return;
+    // At least 1 ms: 0 would restore the library's own bounds. A library
+    // without the option keeps them; the limit is still checked after the attempt.
+    int waitMs = static_cast<int>(std::max(1L, limit.remainingMs()));
+    m_crypto.SetSockOpt(m_conn_handle, kConnectTimeout, &waitMs, sizeof waitMs, 0);
 }
 
 void TALVEXSocketSSL::setupReceiveBuffer() {

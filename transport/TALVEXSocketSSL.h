@@ -6,13 +6,15 @@
 #include "moxcore/MOXByteBuffer.h"
 #include "talvex/TALVEXSocket.h"
 #include "transport/MOXCrypto.h"
+#include "transport/TALVEXConnectTimeLimit.h"
 #include "transport/TALVEXSocketSSLInputStream.h"
 #include "transport/TALVEXSocketSSLOutputStream.h"
 
 // A connection secured by the security library, which does all the network
 // work: the socket hands it a URL or an address and the caller's session
 // configuration document, drives the connect and the secure channel with up
-// to five attempts and an optional time limit, and moves bytes through it.
+// to five attempts (one when the library refuses for good) within an optional
+// time limit that also bounds the library's waits, and moves bytes through it.
 //
 // Blocking mode reads and writes straight through the library (time-outs and
 // cancellation do not apply). Non-blocking mode keeps a receive buffer the
@@ -71,6 +73,9 @@ protected:
     void setNonBlockingMode();
 
 private:
+    // The library's own waits in the next connect and handshake end with what
+    // is left of the caller's limit.
+    void limitLibraryWaits(const TALVEXConnectTimeLimit& limit);
     // Code 5 for a failed library call, with the library's details for the connection.
     [[noreturn]] void raiseCryptoError(int line, const char* function, const char* callName, int status);
     void setAuthorityFromUrl(const char* url);

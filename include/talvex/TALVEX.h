@@ -37,12 +37,17 @@ public:
     /// A session connected to host:port, sending its requests to uriPath.
     /// secureConfig: the TLS configuration document (root element
     /// sessionConfigDocument); only secure sockets read it, again at every
-    /// reconnect, so keep the text alive for the session's life. A time limit
-    /// of 0 or less does not limit connecting. A host that does not resolve
-    /// raises error 33.
+    /// reconnect, so keep the text alive for the session's life. A secure
+    /// socket given a document without its closing tag
+    /// "</sessionConfigDocument>" (an empty text, a self-closed root) throws
+    /// std::out_of_range, the one failure that is not a MOXThrowable. A time
+    /// limit of 0 or less does not limit connecting; a limit also bounds the
+    /// TLS handshake. A null host raises MOXIllegalArgumentError; a host that
+    /// does not resolve raises error 33.
     TALVEXSession* getSession(const char* host, int port, const char* uriPath, const char* secureConfig,
                               int timeLimitSec);
-    /// A session connected to the endpoint URL ("https://host:port/path").
+    /// A session connected to the endpoint URL ("https://host:port/path"); a
+    /// null URL raises MOXIllegalArgumentError.
     TALVEXSession* getSession(const char* url, const char* secureConfig, int timeLimitSec);
 
 private:

@@ -81,3 +81,20 @@ int recv(SOCKET s, char* buf, int len, int flags) {
   const ssize_t n = ::recv(s, static_cast<void*>(buf), static_cast<std::size_t>(len), flags);
   return n < 0 ? SOCKET_ERROR : static_cast<int>(n);
 }
+
+int getsockopt(SOCKET s, int level, int name, char* value, int* length) {
+  if (value == nullptr || length == nullptr || *length < 0) {
+    errno = EFAULT;
+    return SOCKET_ERROR;
+  }
+  socklen_t size = static_cast<socklen_t>(*length);
+  if (::getsockopt(s, level, name, static_cast<void*>(value), &size) != 0) return SOCKET_ERROR;
+  *length = static_cast<int>(size);
+  if (level == SOL_SOCKET && name == SO_ERROR && size >= sizeof(int)) {
+    int error = 0;
+    std::memcpy(&error, value, sizeof error);
+    error = wsaErrorFromErrno(error);
+    std::memcpy(value, &error, sizeof error);
+  }
+  return 0;
+}

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -260,6 +261,20 @@ TEST(FactorySession, HostThatDoesNotResolveRaisesCode33) {
     CaughtFailure g = CaughtFailure::from([&] { secure.getSession("no-such-host.invalid", 443, "/", nullptr, 1); });
     EXPECT_EQ(33, g.code());
     EXPECT_EQ(2u, g.trace().size()) << g.describeTrace();
+}
+
+TEST(FactorySession, NoHostOrNoUrlIsAnArgumentError) {
+    TALVEX toolkit;
+    const struct {
+        std::function<void()> call;
+        const char* function;
+    } rows[] = {{[&] { toolkit.getSession(nullptr, 443, "/", nullptr, 1); }, "TALVEX::getSession - no host was given"},
+                {[&] { toolkit.getSession(nullptr, nullptr, 1); }, "TALVEX::getSession - no URL was given"}};
+    for (const auto& r : rows) {
+        CaughtFailure f = CaughtFailure::from(r.call);
+        EXPECT_EQ("MOXIllegalArgumentError", f.name());
+        EXPECT_EQ(r.function, f.origin().function);
+    }
 }
 
 TEST(FactorySession, PlainUrlWithoutSchemeSeparatorFailsInTheSocket) {

@@ -1,6 +1,6 @@
 // The secure socket against the real security library and a TLS server on
 // loopback: bytes both ways in blocking and non-blocking mode, time-out and
-// cancellation, refusal and an untrusted server.
+// cancellation, refusals, and the connect time limit.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -8,6 +8,8 @@
 #include <thread>
 
 #include "../secure-socket-unit/SecureSocketTestSupport.h"
+#include "FullBacklogPort.h"
+#include "LoopbackServer.h"
 #include "../vlt/tls_peer.h"
 #include "pnxstreams/PNXIOCancelException.h"
 #include "pnxstreams/PNXIOTimeoutException.h"
@@ -191,22 +193,74 @@ TEST_F(SecureSocketEndToEnd, RefusedConnectionFailsAtOnce) {
     EXPECT_LT(secondsSince(t), 1.9) << "no pause after a refusal";
 }
 
-TEST_F(SecureSocketEndToEnd, UntrustedServerAndBrokenDocumentFailWithTheLibrarysDetails) {
-    PeerOptions o = peerOptions(PeerMode::Echo, 3);
-    o.certificate = vlttest::certificates().selfSigned;  // not signed by the trusted CA
-    o.key = vlttest::certificates().selfSignedKey;
-    TlsPeer server(o);
-    TALVEXSocketSSL s(0);
-    auto t = Clock::now();
-    TALVEXException e = toolkitError([&] { s.open(urlOf(server).c_str(), trustingConfig().c_str(), 1); });
-    EXPECT_EQ(5, e.getCode());
-    EXPECT_EQ(0u, detail(e).find("VLT_Connect=0x")) << detail(e);
-    EXPECT_LT(secondsSince(t), 3.9) << "the time limit ends the attempts after one pause";
+TEST_F(SecureSocketEndToEnd, RefusalsARetryCannotMendFailAtOnceWithTheLibrarysReason) {
+    const vlttest::Certificates& certs = vlttest::certificates();
+    LoopbackServer plainText([](int fd) {
+        char hello[512];
+        if (::recv(fd, hello, sizeof hello, 0) > 0)
+            LoopbackServer::sendAll(fd, "HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
+    });
+    const std::string tls13Only =
+        "<sessionConfigDocument><caFile>" + certs.ca + "</caFile><minProtocol>TLS1.3</minProtocol></sessionConfigDocument>";
+    const struct {
+        const char* what;
+        std::string certificate, key;
+        int maxVersion;
+        const char* host;
+        const std::string& config;
+        std::string says;
+    } rows[] = {
+        {"untrusted", certs.selfSigned, certs.selfSignedKey, 0, "127.0.0.1", trustingConfig(),
+         "VLT_EstablishSecure=0xfffffff3 certificate verify failed: self-signed certificate (certificate '"},
+        {"expired", certs.expired, certs.expiredKey, 0, "localhost", trustingConfig(),
+         "VLT_EstablishSecure=0xfffffff3 certificate verify failed: certificate has expired (certificate '"},
+        {"wrong host", certs.wrongHost, certs.wrongHostKey, 0, "localhost", trustingConfig(),
+         "VLT_EstablishSecure=0xfffffff3 certificate does not match host 'localhost'"},
+        {"no common version", certs.server, certs.serverKey, TLS1_2_VERSION, "localhost", tls13Only,
+         "VLT_EstablishSecure=0xfffffff3 TLS handshake failed: "},
+        {"no TLS on the port", "", "", 0, "127.0.0.1", trustingConfig(),
+         "VLT_EstablishSecure=0xfffffff3 TLS handshake failed: wrong version number (does the server speak TLS on "
+         "this port?)"},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        PeerOptions o = peerOptions(PeerMode::Echo, 5);
+        o.maxVersion = r.maxVersion;
+        if (!r.certificate.empty()) {
+            o.certificate = r.certificate;
+            o.key = r.key;
+        }
+        TlsPeer server(o);
+        const int port = r.certificate.empty() ? plainText.port() : server.port();
+        const std::string url = std::string("https://") + r.host + ":" + std::to_string(port) + "/soap";
+        TALVEXSocketSSL s(1);
+        auto t = Clock::now();
+        TALVEXException e = toolkitError([&] { s.open(url.c_str(), r.config.c_str(), 0); });
+        EXPECT_LT(secondsSince(t), 1.9) << "no pause, no second attempt";
+        EXPECT_EQ(5, e.getCode());
+        EXPECT_EQ(0u, detail(e).find(r.says)) << detail(e);
+    }
 
     const std::string missingCa = configFor("/no/such/ca.pem");
+    TlsPeer server(peerOptions(PeerMode::Echo));
     TALVEXSocketSSL b(0);
-    e = toolkitError([&] { b.open(urlOf(server).c_str(), missingCa.c_str(), 5); });
+    TALVEXException e = toolkitError([&] { b.open(urlOf(server).c_str(), missingCa.c_str(), 5); });
     EXPECT_EQ(31, e.getCode());
     EXPECT_EQ(0u, functionText(e).find("VLT_Socket=0x")) << functionText(e);
     EXPECT_FALSE(detail(e).empty()) << "the library says why";
+}
+
+TEST_F(SecureSocketEndToEnd, ConnectTimeLimitEndsAnUnansweredConnectAndAStalledHandshake) {
+    FullBacklogPort unanswered;
+    LoopbackServer stalled([](int fd) { LoopbackServer::readUntil(fd, "never"); });  // TCP, never a TLS answer
+    for (auto [port, says] : {std::pair{unanswered.port(), "Connection timed out"},
+                              {stalled.port(), "did not complete the TLS handshake within the connect time limit"}}) {
+        SCOPED_TRACE(says);
+        TALVEXSocketSSL s(1);
+        auto t = Clock::now();
+        TALVEXException e = toolkitError([&] { s.open(port, ipv4(), trustingConfig().c_str(), 1); });
+        EXPECT_LT(secondsSince(t), 10.0) << "not the library's own 30 s and 60 s";
+        EXPECT_EQ(5, e.getCode());
+        EXPECT_NE(std::string::npos, detail(e).find(says)) << detail(e);
+    }
 }

@@ -235,6 +235,13 @@ case_usage() {
     expect_in "$ERR" 'not well-formed'
     run_call 2 --key k.pem https://127.0.0.1:1/
     run_call 2 --ca ca.pem http://127.0.0.1:1/ "$ENVELOPE"
+    # A TLS configuration without its closing tag is refused before use.
+    : >"$SCRATCH/empty.xml"
+    printf '<sessionConfigDocument/>' >"$SCRATCH/self-closed.xml"
+    for config in empty self-closed; do
+        run_call 2 --tls-config "$SCRATCH/$config.xml" https://127.0.0.1:1/ "$ENVELOPE"
+        expect_in "$ERR" 'has no closing tag </sessionConfigDocument>'
+    done
     run_call 2 --plain --tls http://127.0.0.1:1/ "$ENVELOPE"
     run_call 2 --attach "$SCRATCH/missing.bin" http://127.0.0.1:1/ "$ENVELOPE"
     run_call 2 http://127.0.0.1:1/ a b
@@ -263,6 +270,9 @@ case_tls() {
     expect_in "$OUT" '      <t:text>fish &amp; chips</t:text>'
     run_call 0 --ca "$CERTS/ca.pem" "https://127.0.0.1:$PORT/soap" "$ENVELOPE"
     run_call 0 --ca "$CERTS/ca.pem" --server-name localhost --min-tls 1.3 "https://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    printf '<sessionConfigDocument><minProtocol>TLS1.3</minProtocol></sessionConfigDocument>' >"$SCRATCH/tls.xml"
+    run_call 0 -v --tls-config "$SCRATCH/tls.xml" --ca "$CERTS/ca.pem" "https://localhost:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" "<minProtocol>TLS1.3</minProtocol><caFile>$CERTS/ca.pem</caFile></sessionConfigDocument>"
     run_call 0 --ca "$CERTS/ca.pem" --repeat 2 -q "https://localhost:$PORT/soap" "$ENVELOPE"
     expect_in "$ERR" '2 requests on one connection'
     # --tls over an http:// URL, and the certificate's name checked.
@@ -281,11 +291,15 @@ case_tls_attachments() {
 case_tls_refused() {
     make_certificates
     start_server tls --tls --cert "$CERTS/server.pem" --key "$CERTS/server.key"
-    run_call 3 --connect-timeout 1 --ca "$CERTS/other-ca.pem" "https://localhost:$PORT/soap" "$ENVELOPE"
-    expect_in "$ERR" 'talvex-call: error 5: A socket operation failed.'
-    expect_in "$ERR" 'certificate verify failed'
+    run_call 3 --ca "$CERTS/other-ca.pem" "https://localhost:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" 'talvex-call: error 5: A socket operation failed. VLT_EstablishSecure=0xfffffff3 certificate verify failed'
     expect_in "$ERR" '--ca FILE'
     grep -q 'back-trace' "$ERR" && fail "a back-trace without -v"
+    # A certificate for another name: trusting a CA would not help.
+    run_call 3 --ca "$CERTS/ca.pem" --server-name other.example "https://localhost:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" "certificate does not match host 'other.example'"
+    expect_in "$ERR" '--server-name NAME'
+    grep -q -- '--ca' "$ERR" && fail "--ca advised for a certificate of another name"
     # --insecure gets through, loudly.
     run_call 0 --insecure "https://localhost:$PORT/soap" "$ENVELOPE"
     expect_in "$ERR" 'WARNING: --insecure'
@@ -294,6 +308,10 @@ case_tls_refused() {
     local rc=0
     "$CALL" --plain --timeout 2 "http://127.0.0.1:$PORT/soap" "$ENVELOPE" >/dev/null 2>"$ERR" || rc=$?
     [ "$rc" -ne 0 ] || fail "plain TCP to a TLS server succeeded"
+    # TLS to a plain-text port.
+    start_server plain
+    run_call 3 "https://127.0.0.1:$PORT/soap" "$ENVELOPE"
+    expect_in "$ERR" 'does the server speak TLS on this port?'
 }
 
 case_tls_timeout() {

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "../secure-socket-unit/SecureSocketTestSupport.h"
+#include "FullBacklogPort.h"
 #include "LoopbackServer.h"
 #include "moxcore/MOXByteBuffer.h"
 #include "transport/TALVEXSocketNonSSL.h"
@@ -212,6 +213,17 @@ TEST(PlainSocket, RefusedConnectionIsTriedFiveTimesUnlessTheTimeLimitCutsItShort
         }
         s.close();
     }
+}
+
+TEST(PlainSocket, UnansweredConnectEndsWithTheTimeLimit) {
+    FullBacklogPort unanswered;
+    TALVEXSocketNonSSL s(0);
+    auto start = Clock::now();
+    TALVEXException e = toolkitError([&] { s.open(unanswered.port(), ipv4(), nullptr, 1); });
+    EXPECT_LT(secondsSince(start), 10.0) << "not the kernel's two minutes of SYN retries";
+    EXPECT_EQ(5, e.getCode());
+    EXPECT_EQ("Connection timed out", detail(e));
+    EXPECT_EQ("TALVEXSocketNonSSL::Open(3)", functionText(e));
 }
 
 TEST(PlainSocket, CallbackRunsEveryLimitOnASilentPeerUntilItThrows) {

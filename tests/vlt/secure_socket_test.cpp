@@ -3,6 +3,8 @@
 // non-blocking transfers, and how connections end.
 #include <gtest/gtest.h>
 
+#include "FullBacklogPort.h"
+#include "LoopbackServer.h"
 #include "tls_peer.h"
 #include "vlt_client.h"
 
@@ -78,7 +80,7 @@ TEST(SecureSocket, CaSignedTls12ByAddressButNotWithMinProtocolTls13) {
         expectEcho(c.h, "twelve");
     }
     Handle c;
-    EXPECT_EQ(openAndConnect(c, peer.port(), {{"minProtocol", "TLS1.3"}}), VLT_E_HANDSHAKE);
+    EXPECT_EQ(openAndConnect(c, peer.port(), {{"minProtocol", "TLS1.3"}}), VLT_E_REFUSED);
     std::string detail = lastError(c.h);
     EXPECT_NE(detail.find("TLS handshake failed"), std::string::npos) << detail;
     EXPECT_NE(detail.find("TLS1.3"), std::string::npos) << detail;
@@ -137,7 +139,7 @@ TEST(SecureSocket, UntrustedCertificatesAreRefusedWithTheReason) {
         Handle c;
         ASSERT_EQ(r.trustCa ? c.open(trustingCa()) : c.open(nullptr), VLT_S_OK);
         EXPECT_EQ(r.byAddress ? connectAddress(c.h, loopback(peer.port())) : connectUrl(c.h, url(peer.port())),
-                  VLT_E_VERIFY);
+                  VLT_E_REFUSED);
         std::string detail = lastError(c.h);
         if (r.whole) {
             EXPECT_EQ(detail, r.start);
@@ -146,7 +148,7 @@ TEST(SecureSocket, UntrustedCertificatesAreRefusedWithTheReason) {
         }
         EXPECT_NE(detail.find(r.holds), std::string::npos) << detail;
         // The failure stays the connection's answer until it connects again.
-        EXPECT_EQ(VLT_EstablishSecure(c.h, 0), VLT_E_VERIFY);
+        EXPECT_EQ(VLT_EstablishSecure(c.h, 0), VLT_E_REFUSED);
         EXPECT_EQ(lastError(c.h), detail);
     }
 }
@@ -195,7 +197,7 @@ TEST_P(ClientCertificate, WorksWithOneAndIsRefusedWithoutOrWithAnUntrustedOne) {
     }
     {
         Handle c;
-        EXPECT_EQ(openAndConnect(c, peer.port()), VLT_E_HANDSHAKE);
+        EXPECT_EQ(openAndConnect(c, peer.port()), VLT_E_REFUSED);
         std::string detail = lastError(c.h);
         EXPECT_EQ(detail.rfind("the server requires a client certificate (", 0), 0u) << detail;
         if (GetParam() == TLS1_2_VERSION) {
@@ -209,9 +211,10 @@ TEST_P(ClientCertificate, WorksWithOneAndIsRefusedWithoutOrWithAnUntrustedOne) {
             // TLS 1.3: the server judges the certificate after our handshake is
             // done, so the refusal may only show at the first read.
             std::string data;
-            rc = receiveAll(c.h, data);
+            EXPECT_EQ(receiveAll(c.h, data), VLT_E_HANDSHAKE);
+        } else {
+            EXPECT_EQ(rc, VLT_E_REFUSED);
         }
-        EXPECT_EQ(rc, VLT_E_HANDSHAKE);
         EXPECT_NE(lastError(c.h).find("the server did not accept the client certificate"), std::string::npos)
             << lastError(c.h);
     }
@@ -241,6 +244,27 @@ TEST(SecureSocket, RefusedPortAndUnresolvableUrl) {
     EXPECT_EQ(VLT_Connect(c.h, &a, sizeof a, 0), VLT_E_INVALID_ARGUMENT);
 }
 
+TEST(SecureSocket, ConnectTimeLimitEndsAnUnansweredConnectAndAStalledHandshake) {
+    FullBacklogPort unanswered;
+    LoopbackServer stalled([](int fd) { LoopbackServer::readUntil(fd, "never"); });  // TCP, never a TLS answer
+    const struct {
+        int port;
+        int status;
+        const char* says;
+    } rows[] = {{unanswered.port(), VLT_E_SOCKET, "timed out"},
+                {stalled.port(), VLT_E_HANDSHAKE, "did not complete the TLS handshake within the connect time limit"}};
+    for (const auto& r : rows) {
+        Handle c;
+        ASSERT_EQ(c.open(trustingCa()), VLT_S_OK);
+        const int limitMs = 500;
+        ASSERT_EQ(VLT_SetSockOpt(c.h, VLT_SO_CONNECT_TIMEOUT, &limitMs, 4, 0), VLT_S_OK);
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(connectUrl(c.h, url(r.port, "127.0.0.1")), r.status);
+        EXPECT_NE(lastError(c.h).find(r.says), std::string::npos) << lastError(c.h);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << "not the 30 s or 60 s defaults";
+    }
+}
+
 TEST(SecureSocket, PlainTcpServerIsNotTls) {
     // A peer that answers with plain text instead of TLS.
     int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -260,7 +284,7 @@ TEST(SecureSocket, PlainTcpServerIsNotTls) {
     });
     Handle c;
     ASSERT_EQ(c.open(trustingCa()), VLT_S_OK);
-    EXPECT_EQ(connectUrl(c.h, url(port)), VLT_E_HANDSHAKE);
+    EXPECT_EQ(connectUrl(c.h, url(port)), VLT_E_REFUSED);
     std::string detail = lastError(c.h);
     EXPECT_NE(detail.find("speak TLS"), std::string::npos) << detail;
     server.join();
@@ -537,7 +561,7 @@ TEST(SecureSocket, InteroperatesWithOpensslSServer) {
     ASSERT_TRUE(server.ready());
     {
         Handle c;
-        EXPECT_EQ(openAndConnect(c, server.port()), VLT_E_HANDSHAKE);
+        EXPECT_EQ(openAndConnect(c, server.port()), VLT_E_REFUSED);
         EXPECT_EQ(lastError(c.h).rfind("the server requires a client certificate", 0), 0u) << lastError(c.h);
     }
     Handle c;

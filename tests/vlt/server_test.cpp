@@ -83,7 +83,7 @@ TEST(Server, RequiresClientCertificate) {
     {
         Handle c;
         ASSERT_EQ(c.open(configDocument({{"caFile", certificates().ca}})), VLT_S_OK);
-        EXPECT_EQ(connectUrl(c.h, url), VLT_E_HANDSHAKE);
+        EXPECT_EQ(connectUrl(c.h, url), VLT_E_REFUSED);
         EXPECT_EQ(lastError(c.h).rfind("the server requires a client certificate", 0), 0u) << lastError(c.h);
     }
     refused.join();

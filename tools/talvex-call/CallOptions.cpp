@@ -84,6 +84,7 @@ enum LongOnly {
     OptKey,
     OptServerName,
     OptMinTls,
+    OptTlsConfig,
     OptConnectTimeout,
     OptTimeout,
     OptNonBlocking,
@@ -123,6 +124,7 @@ CallOptions parseCommandLine(int argc, char** argv) {
         {"key", required_argument, nullptr, OptKey},
         {"server-name", required_argument, nullptr, OptServerName},
         {"min-tls", required_argument, nullptr, OptMinTls},
+        {"tls-config", required_argument, nullptr, OptTlsConfig},
         {"insecure", no_argument, nullptr, 'k'},
         {"connect-timeout", required_argument, nullptr, OptConnectTimeout},
         {"timeout", required_argument, nullptr, OptTimeout},
@@ -176,6 +178,10 @@ CallOptions parseCommandLine(int argc, char** argv) {
                 else throw UsageError("--min-tls takes 1.2 or 1.3, not '" + v + "'");
                 break;
             }
+            case OptTlsConfig:
+                if (*optarg == '\0') throw UsageError("--tls-config needs a file name");
+                o.tlsConfigFile = optarg;
+                break;
             case 'k': o.insecure = true; break;
             case OptConnectTimeout: o.connectTimeout = parseCount("--connect-timeout", optarg, 0); break;
             case OptTimeout: o.timeout = parseCount("--timeout", optarg, 0); break;
@@ -219,10 +225,10 @@ CallOptions parseCommandLine(int argc, char** argv) {
     if (!o.keyFile.empty() && o.certFile.empty()) throw UsageError("--key needs --cert");
     if (o.contentLength && o.chunkSize != 0) throw UsageError("--chunk-size and --content-length exclude each other");
     const bool tlsOnly = !o.caFile.empty() || !o.caPath.empty() || !o.certFile.empty() || !o.serverName.empty() ||
-                         !o.minTls.empty() || o.insecure;
+                         !o.minTls.empty() || !o.tlsConfigFile.empty() || o.insecure;
     if (tlsOnly && !o.useTls())
-        throw UsageError("--ca, --ca-path, --cert, --key, --server-name, --min-tls and --insecure need TLS "
-                         "(an https:// URL or --tls)");
+        throw UsageError("--ca, --ca-path, --cert, --key, --server-name, --min-tls, --tls-config and --insecure need "
+                         "TLS (an https:// URL or --tls)");
     return o;
 }
 
@@ -261,10 +267,15 @@ Connection:
       --key FILE           its private key (default: in the --cert file)
       --server-name NAME   name the server's certificate must carry (and SNI)
       --min-tls 1.2|1.3    lowest TLS version (default 1.2)
+      --tls-config FILE    a TLS configuration document (sessionConfigDocument)
+                           for settings these options do not cover; they are
+                           added to it
   -k, --insecure           DO NOT verify the server's certificate (tests only)
-      --connect-timeout S  give up connecting after S seconds (default 30;
-                           0: no limit). Refused connects are retried five
-                           times, two seconds apart, within that limit
+      --connect-timeout S  give up connecting, TLS handshake included, after S
+                           seconds (default 30; 0: no limit). A refused TCP
+                           connect is tried five times, two seconds apart,
+                           within that limit; a refused certificate, or a
+                           port without TLS, ends it at once
       --timeout S          give up when the whole call (connecting, sending,
                            receiving) takes more than S seconds (default: no
                            limit; Ctrl-C ends the call)

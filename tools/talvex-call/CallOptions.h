@@ -33,6 +33,7 @@ struct CallOptions {
     std::string keyFile;
     std::string serverName;
     std::string minTls;
+    std::string tlsConfigFile;  // a sessionConfigDocument the TLS options add to
     bool insecure = false;
     int connectTimeout = 30;
     int timeout = 0;

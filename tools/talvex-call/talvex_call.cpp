@@ -248,14 +248,15 @@ private:
 // ---------------------------------------------------------------------------
 // Files and texts.
 
-std::string readEnvelope(const std::string& file) {
+// A file named on the command line ("-": standard input); what names it in a failure.
+std::string readInput(const std::string& file, const char* what) {
     std::ostringstream text;
     if (file == "-") {
         text << std::cin.rdbuf();
         return text.str();
     }
     std::ifstream in(file, std::ios::binary);
-    if (!in) throw Failure{ExitUsage, "cannot read the envelope file '" + file + "': " + std::strerror(errno)};
+    if (!in) throw Failure{ExitUsage, std::string("cannot read the ") + what + " file '" + file + "': " + std::strerror(errno)};
     text << in.rdbuf();
     return text.str();
 }
@@ -342,12 +343,23 @@ std::string xmlEscape(const std::string& text) {
     return out;
 }
 
-// The TLS configuration document. It always ends with its closing tag: the
-// toolkit inserts the address family in front of it.
+// The TLS configuration document: the --tls-config file (else an empty
+// document) with the TLS options' settings added before its closing tag. The
+// secure socket inserts the address family there too and, for a document
+// without one, throws std::out_of_range rather than a toolkit error: checked
+// here, before use. The library judges the rest when the session is made.
 std::string secureConfig(const CallOptions& o) {
-    std::string doc = "<sessionConfigDocument>";
-    auto add = [&doc](const char* name, const std::string& value) {
-        if (!value.empty()) doc += std::string("<") + name + ">" + xmlEscape(value) + "</" + name + ">";
+    static const char kClosingTag[] = "</sessionConfigDocument>";
+    std::string doc = "<sessionConfigDocument></sessionConfigDocument>";
+    if (!o.tlsConfigFile.empty()) doc = readInput(o.tlsConfigFile, "TLS configuration");
+    const size_t end = doc.find(kClosingTag);
+    if (end == std::string::npos)
+        throw Failure{ExitUsage, "the TLS configuration '" + o.tlsConfigFile + "' has no closing tag " + kClosingTag +
+                                     " (empty, or a self-closed root); write <sessionConfigDocument>"
+                                     "</sessionConfigDocument> for the defaults"};
+    std::string settings;
+    auto add = [&settings](const char* name, const std::string& value) {
+        if (!value.empty()) settings += std::string("<") + name + ">" + xmlEscape(value) + "</" + name + ">";
     };
     add("serverName", o.serverName);
     add("caFile", o.caFile);
@@ -356,8 +368,7 @@ std::string secureConfig(const CallOptions& o) {
     add("clientKey", o.keyFile);
     add("minProtocol", o.minTls);
     if (o.insecure) add("verifyPeer", "false");
-    doc += "</sessionConfigDocument>";
-    return doc;
+    return doc.insert(end, settings);
 }
 
 // ---------------------------------------------------------------------------
@@ -716,6 +727,17 @@ bool printFault(const MOXIDOM_Document& doc, std::ostream& out) {
     return true;
 }
 
+// What to do about a certificate the library did not accept: trusting a CA
+// helps only when the issuer was unknown.
+void adviseOnRefusedCertificate(const std::string& text) {
+    if (text.find("issuer is not trusted") != std::string::npos)
+        std::fprintf(stderr, "talvex-call: the server's certificate was refused; trust its CA with --ca FILE "
+                             "(--insecure skips the check, for tests only)\n");
+    else if (text.find("certificate does not match") != std::string::npos)
+        std::fprintf(stderr, "talvex-call: the server's certificate is for another name; use the name it was issued "
+                             "for in the URL, or give that name with --server-name NAME\n");
+}
+
 int runCalls(const CallOptions& o, const std::string& envelope) {
     std::unique_ptr<TALVEX> toolkit(TALVEX::newInstance());
     toolkit->setUseVLT(o.useTls() ? 1 : 0);
@@ -785,9 +807,7 @@ int runCalls(const CallOptions& o, const std::string& envelope) {
         } else {
             const std::string text = describe(e);
             std::fprintf(stderr, "talvex-call: %s\n", text.c_str());
-            if (o.useTls() && text.find("certificate") != std::string::npos)
-                std::fprintf(stderr, "talvex-call: the server's certificate was refused; trust its CA with --ca FILE "
-                                     "(--insecure skips the check, for tests only)\n");
+            if (o.useTls()) adviseOnRefusedCertificate(text);
         }
         if (o.verbose) {
             I18NString report;
@@ -826,7 +846,7 @@ int main(int argc, char** argv) {
     }
     int result = ExitOther;
     try {
-        std::string envelope = readEnvelope(o.envelopeFile);
+        std::string envelope = readInput(o.envelopeFile, "envelope");
         {
             MOXIDOM_Parser parser(0);
             MOXIDOM_Document doc;

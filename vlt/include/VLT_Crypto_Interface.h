@@ -47,11 +47,14 @@ typedef struct VLT_TIMEVAL {
 #define VLT_E_INVALID_HANDLE    (-4)
 #define VLT_E_CONFIG            (-5)   /* configuration document rejected */
 #define VLT_E_RESOLVE           (-6)   /* host name did not resolve */
-#define VLT_E_HANDSHAKE         (-7)   /* TLS handshake failed */
-#define VLT_E_VERIFY            (-8)   /* peer certificate or host name not accepted */
+#define VLT_E_HANDSHAKE         (-7)   /* TLS handshake failed; another attempt may succeed */
+#define VLT_E_VERIFY            (-8)   /* accepted handle: the client's certificate not accepted */
 #define VLT_E_NO_MEMORY         (-9)
 #define VLT_E_CONNECTION_CLOSED (-12)  /* peer closed without a TLS close alert */
-#define VLT_E_REFUSED           (-13)  /* TCP connection refused: do not retry */
+#define VLT_E_REFUSED           (-13)  /* refused for good, do not retry: the TCP connection was refused,
+                                          or the handshake failed in a way another attempt would meet
+                                          again (certificate or name not accepted, no TLS on the port,
+                                          no TLS version or cipher in common, client certificate) */
 #define VLT_S_SECURE_PENDING    (-15)  /* TCP connected; call VLT_EstablishSecure */
 #define VLT_E_WOULD_BLOCK       (-23)  /* non-blocking: call again later */
 #define VLT_E_NOT_SUPPORTED     (-50)  /* entry point present but not offered */
@@ -62,6 +65,9 @@ typedef struct VLT_TIMEVAL {
 #define VLT_SO_SNDBUF   0x1001u
 #define VLT_SO_RCVBUF   0x1002u
 #define VLT_FIONBIO     0x8004667Eu
+/* Set only: milliseconds the next VLT_Connect and the blocking handshake after
+ * it may take together (0: 30 s for TCP, 60 s for the handshake). */
+#define VLT_SO_CONNECT_TIMEOUT 0x1003u
 
 /* Family value written by VLT_GetAddress for a name that did not resolve
  * (all 128 bytes of the address are 0xFF). */

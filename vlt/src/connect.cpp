@@ -15,9 +15,9 @@ using namespace vlt;
 
 namespace {
 
-// Connects a fresh non-blocking TCP socket, waiting at most kConnectTimeoutMs.
+// Connects a fresh non-blocking TCP socket, waiting at most waitMs.
 // Returns the descriptor, or -1 with err set.
-int tcpConnect(const sockaddr_storage& target, int& err) {
+int tcpConnect(const sockaddr_storage& target, int waitMs, int& err) {
     int fd = ::socket(target.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP);
     if (fd < 0) {
         err = errno;
@@ -32,7 +32,7 @@ int tcpConnect(const sockaddr_storage& target, int& err) {
             ::close(fd);
             return -1;
         }
-        int rc = waitFd(fd, POLLOUT, kConnectTimeoutMs);
+        int rc = waitFd(fd, POLLOUT, waitMs);
         int soError = 0;
         socklen_t length = sizeof soError;
         if (rc == 0) soError = ETIMEDOUT;
@@ -55,12 +55,13 @@ int connectTo(Connection& c, const std::vector<sockaddr_storage>& targets, const
     c.state = State::Fresh;
     c.role = Role::Client;
     c.peerName = peerName;
+    c.connectEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(c.connectLimitMs);
     bool allRefused = true;
     int lastErr = 0;
     std::string tried;
     for (const sockaddr_storage& target : targets) {
         int err = 0;
-        int fd = tcpConnect(target, err);
+        int fd = tcpConnect(target, c.connectWaitMs(kConnectTimeoutMs), err);
         if (fd >= 0) {
             c.io.fd = fd;
             c.wakeFd = fd;
@@ -162,7 +163,9 @@ int VLT_Connect_Url(VLT_HANDLE handle, const char* urlText, int /*reserved*/) {
 
 // Runs the TLS handshake: 0 when done, VLT_E_WOULD_BLOCK in non-blocking mode
 // when it needs the peer (wait for the handle to become readable, then call
-// again), VLT_E_VERIFY or VLT_E_HANDSHAKE with a detail text on failure.
+// again), or a failure with a detail text: VLT_E_REFUSED when another attempt
+// would fail the same way, else VLT_E_HANDSHAKE (VLT_E_VERIFY on an accepted
+// handle whose client's certificate was not accepted).
 int VLT_EstablishSecure(VLT_HANDLE handle, int /*reserved*/) {
     return guarded([&] {
         auto c = findConnection(handle);

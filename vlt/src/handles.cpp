@@ -45,6 +45,12 @@ void Connection::resetTransport() {
     failCode = 0;
 }
 
+int Connection::connectWaitMs(int defaultMs) const {
+    if (connectLimitMs <= 0) return defaultMs;
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(connectEnd - std::chrono::steady_clock::now());
+    return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+}
+
 std::shared_ptr<Connection> findConnection(VLT_HANDLE handle) {
     HandleTable& t = table();
     std::lock_guard<std::mutex> lock(t.mutex);

@@ -170,6 +170,10 @@ struct Connection {
     std::string peerName;          // the name or address checked in the peer's certificate
     bool certificateRequested = false;  // the server asked and we had none to give
     std::string verifyDetail;           // subject and dates of the certificate that failed
+    // VLT_SO_CONNECT_TIMEOUT: how long a connect and its handshake may take
+    // together, from the start of VLT_Connect; 0 keeps each step's own default.
+    int connectLimitMs = 0;
+    std::chrono::steady_clock::time_point connectEnd{};
     // The descriptor, readable without the lock, so a close from another
     // thread can wake a call blocked on it.
     std::atomic<int> wakeFd{-1};
@@ -184,6 +188,9 @@ struct Connection {
 
     // Frees the TLS object and closes the socket; contexts and configuration stay.
     void resetTransport();
+    // Milliseconds a connect step may still wait: what is left of the connect
+    // time limit when one is set, else the step's own default.
+    int connectWaitMs(int defaultMs) const;
 };
 
 std::shared_ptr<Connection> findConnection(VLT_HANDLE handle);

@@ -44,8 +44,10 @@ int VLT_GetSockOpt(VLT_HANDLE handle, unsigned int option, void* value, int* len
 }
 
 // VLT_FIONBIO: 1 switches the connection to non-blocking mode, 0 back to
-// blocking; allowed before or after connecting. VLT_SO_SNDBUF / VLT_SO_RCVBUF
-// set the kernel's buffer sizes of the connected socket.
+// blocking; allowed before or after connecting. VLT_SO_CONNECT_TIMEOUT: the
+// milliseconds the next connect and its handshake may take together (0: the
+// defaults), set before connecting. VLT_SO_SNDBUF / VLT_SO_RCVBUF set the
+// kernel's buffer sizes of the connected socket.
 int VLT_SetSockOpt(VLT_HANDLE handle, unsigned int option, const void* value, int length, int /*reserved*/) {
     return guarded([&] {
         auto c = findConnection(handle);
@@ -57,6 +59,11 @@ int VLT_SetSockOpt(VLT_HANDLE handle, unsigned int option, const void* value, in
         std::memcpy(&v, value, sizeof v);
         if (option == VLT_FIONBIO) {
             c->io.nonBlocking = v != 0;
+            return VLT_S_OK;
+        }
+        if (option == VLT_SO_CONNECT_TIMEOUT) {
+            if (v < 0) return fail(*c, VLT_E_INVALID_ARGUMENT, "VLT_SO_CONNECT_TIMEOUT takes milliseconds, 0 or more");
+            c->connectLimitMs = v;
             return VLT_S_OK;
         }
         int level = 0;

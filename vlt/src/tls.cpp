@@ -278,10 +278,14 @@ int classify(Connection& c, int sslResult, bool duringHandshake) {
     const char* peer = client ? "server" : "client";
     const int sysErr = c.io.lastErrno;
     const std::string during = duringHandshake ? "during the TLS handshake" : "";
+    // A client's handshake refused for a reason its next attempt would meet
+    // again (a certificate, no TLS, nothing in common) answers VLT_E_REFUSED,
+    // so that the caller does not try again.
+    const bool refusedForGood = client && duringHandshake;
 
     long verify = SSL_get_verify_result(c.ssl);
     if (contains(reasons, SSL_R_CERTIFICATE_VERIFY_FAILED) && verify != X509_V_OK)
-        return failFatal(c, VLT_E_VERIFY, verifyText(c, verify));
+        return failFatal(c, refusedForGood ? VLT_E_REFUSED : VLT_E_VERIFY, verifyText(c, verify));
 
     if (!client && contains(reasons, SSL_R_PEER_DID_NOT_RETURN_A_CERTIFICATE))
         return failFatal(c, VLT_E_HANDSHAKE, "the client sent no certificate, and this server requires one");
@@ -293,12 +297,13 @@ int classify(Connection& c, int sslResult, bool duringHandshake) {
             alert = reasons[i];
             name = alertName(texts[i]);
         }
+    const int certificateRefused = refusedForGood ? VLT_E_REFUSED : VLT_E_HANDSHAKE;
     if (client && alert != 0) {
         if (c.config.clientCertificate.empty() && c.certificateRequested)
-            return failFatal(c, VLT_E_HANDSHAKE, "the server requires a client certificate (" + name + ")");
+            return failFatal(c, certificateRefused, "the server requires a client certificate (" + name + ")");
         if (!c.config.clientCertificate.empty() && alert != SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE)
-            return failFatal(c, VLT_E_HANDSHAKE, "the server did not accept the client certificate '" +
-                                                     c.config.clientCertificate + "' (" + name + ")");
+            return failFatal(c, certificateRefused, "the server did not accept the client certificate '" +
+                                                        c.config.clientCertificate + "' (" + name + ")");
     }
 
     bool unexpectedEof = contains(reasons, SSL_R_UNEXPECTED_EOF_WHILE_READING) ||
@@ -311,9 +316,12 @@ int classify(Connection& c, int sslResult, bool duringHandshake) {
     }
 
     if (sslError == SSL_ERROR_SYSCALL) {
-        if (sysErr == ETIMEDOUT && duringHandshake)
-            return failFatal(c, VLT_E_HANDSHAKE, std::string("the ") + peer + " did not complete the TLS handshake within " +
-                                                     std::to_string(kHandshakeTimeoutMs / 1000) + " seconds");
+        if (sysErr == ETIMEDOUT && duringHandshake) {
+            const std::string limit = c.connectLimitMs > 0 ? std::string("the connect time limit")
+                                                           : std::to_string(kHandshakeTimeoutMs / 1000) + " seconds";
+            return failFatal(c, VLT_E_HANDSHAKE,
+                             std::string("the ") + peer + " did not complete the TLS handshake within " + limit);
+        }
         std::string text = "socket error " + (during.empty() ? std::string("on the connection") : during) + ": " +
                            systemErrorText(sysErr);
         return failFatal(c, duringHandshake ? VLT_E_HANDSHAKE : VLT_E_SOCKET, text);
@@ -321,13 +329,19 @@ int classify(Connection& c, int sslResult, bool duringHandshake) {
 
     std::string text = duringHandshake ? "TLS handshake failed" : "TLS error";
     text += ": " + (firstReason.empty() ? std::string("unknown error ") + std::to_string(sslError) : firstReason);
-    if (contains(reasons, SSL_R_WRONG_VERSION_NUMBER) || contains(reasons, SSL_R_PACKET_LENGTH_TOO_LONG))
+    const bool notTls = contains(reasons, SSL_R_WRONG_VERSION_NUMBER) || contains(reasons, SSL_R_PACKET_LENGTH_TOO_LONG);
+    const bool noVersion = contains(reasons, SSL_R_UNSUPPORTED_PROTOCOL) ||
+                           contains(reasons, SSL_R_TLSV1_ALERT_PROTOCOL_VERSION) ||
+                           contains(reasons, SSL_R_NO_PROTOCOLS_AVAILABLE);
+    if (notTls)
         text += std::string(" (does the ") + peer + " speak TLS on this port?)";
-    else if (contains(reasons, SSL_R_UNSUPPORTED_PROTOCOL) || contains(reasons, SSL_R_TLSV1_ALERT_PROTOCOL_VERSION) ||
-             contains(reasons, SSL_R_NO_PROTOCOLS_AVAILABLE))
+    else if (noVersion)
         text += std::string(" (the ") + peer + " offers no TLS version at or above minProtocol " +
                 (c.config.minProtocol == TLS1_3_VERSION ? "TLS1.3" : "TLS1.2") + ")";
-    return failFatal(c, duringHandshake ? VLT_E_HANDSHAKE : VLT_E_FAILED, text);
+    if (!duringHandshake) return failFatal(c, VLT_E_FAILED, text);
+    const bool nothingInCommon = notTls || noVersion || contains(reasons, SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE) ||
+                                 contains(reasons, SSL_R_NO_SHARED_CIPHER);
+    return failFatal(c, refusedForGood && nothingInCommon ? VLT_E_REFUSED : VLT_E_HANDSHAKE, text);
 }
 
 // A TLS 1.3 server judges the (empty) certificate of its client only after the
@@ -413,7 +427,7 @@ int startTls(Connection& c) {
 int handshake(Connection& c) {
     ERR_clear_error();
     c.io.lastErrno = 0;
-    if (!c.io.nonBlocking) c.io.setDeadline(kHandshakeTimeoutMs);
+    if (!c.io.nonBlocking) c.io.setDeadline(c.connectWaitMs(kHandshakeTimeoutMs));
     int r = SSL_do_handshake(c.ssl);
     c.io.clearDeadline();
     if (r != 1) {

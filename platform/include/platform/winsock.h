@@ -73,6 +73,11 @@ int closesocket(SOCKET s);
 int send(SOCKET s, const char* buf, int len, int flags);
 int recv(SOCKET s, char* buf, int len, int flags);
 
+// Winsock-signature getsockopt (an int length). SO_ERROR reports the pending
+// error as a Windows Sockets code, as Winsock does: the outcome of a
+// non-blocking connect reads WSAECONNREFUSED, WSAETIMEDOUT and so on.
+int getsockopt(SOCKET s, int level, int name, char* value, int* length);
+
 // ---------------------------------------------------------------------------
 // Errors
 
