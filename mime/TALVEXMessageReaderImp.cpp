@@ -80,10 +80,11 @@ bool TALVEXMessageReaderImp::drain() {
         } catch (...) {
         }
     }
-    // Where the next message would start is unknown: nothing may read it.
+    // Where the next message would start is unknown: nothing may read it. A
+    // server keeps its connection to answer the request it could not read.
     try {
         resetStreamSettings();
-        m_original_is->close();
+        if (isRequest == 0) m_original_is->close();
     } catch (...) {
     }
     return false;
