@@ -18,14 +18,11 @@ bool isBoundaryChar(unsigned char c) {
 }
 
 std::string checkedBoundary(const char* boundary) {
-    std::string value = boundary != nullptr ? boundary : "";
-    bool valid = !value.empty() && value.size() <= 70 && value.back() != ' ';
-    for (char c : value) valid = valid && isBoundaryChar(static_cast<unsigned char>(c));
-    if (!valid) {
+    if (!MultipartHttpMsg::isValidBoundary(boundary)) {
         MOX_THROW(MOXIllegalArgumentError,
                   "MultipartHttpMsg::MultipartHttpMsg - boundary must be 1 to 70 boundary characters");
     }
-    return value;
+    return boundary;
 }
 
 unsigned checkedChunkSize(int chunkSize) {
@@ -36,6 +33,13 @@ unsigned checkedChunkSize(int chunkSize) {
 }
 
 }  // namespace
+
+bool MultipartHttpMsg::isValidBoundary(const char* boundary) {
+    const std::string value = boundary != nullptr ? boundary : "";
+    bool valid = !value.empty() && value.size() <= 70 && value.back() != ' ';
+    for (char c : value) valid = valid && isBoundaryChar(static_cast<unsigned char>(c));
+    return valid;
+}
 
 MultipartHttpMsg::MultipartHttpMsg(PNXOutputStream& out, int chunkSize, const char* boundary)
     : HttpMsgNode(false), m_boundary(checkedBoundary(boundary)), m_root_type("text/xml"), m_open_part(nullptr),

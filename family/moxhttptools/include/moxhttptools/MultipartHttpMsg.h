@@ -58,6 +58,8 @@ public:
     void setRootType(const char* type, const char* startInfo);
 
     const std::string& getBoundary() const { return m_boundary; }
+    // Whether a boundary is one the constructor takes.
+    static bool isValidBoundary(const char* boundary);
 
 protected:
     bool isOwnHeader(const std::string& name) const override;
