@@ -6,7 +6,7 @@ BUILD_TYPE ?= RelWithDebInfo
 CMAKE_ARGS ?=
 JOBS       ?= $(shell nproc)
 
-.PHONY: all deps configure build test test-sanitize test-threads fuzz-smoke demo clean
+.PHONY: all deps configure build test interop test-sanitize test-threads fuzz-smoke demo clean
 
 all: build
 
@@ -21,6 +21,12 @@ build: configure
 
 test: build
 	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+# The interoperability tests with the heavy real peers as well (JAX-WS on a
+# JDK): installs and starts them; `make test` keeps to the light ones.
+interop: build
+	@scripts/install-deps.sh interop
+	@scripts/interop.sh $(BUILD)
 
 # The same suite with AddressSanitizer and UndefinedBehaviorSanitizer, in its own folder.
 test-sanitize:

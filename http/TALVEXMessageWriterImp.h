@@ -19,7 +19,8 @@ class TALVEXSocket;
 class TALVEXMessageWriterImp : public TALVEXMessageWriter {
 public:
     // chunked 0: the body goes with a content length; otherwise chunks of
-    // chunkSize (below 2: 4000). boundary null: "=_=vorna-mp-boundary=_=".
+    // chunkSize (below 2: 4000). boundary null: a fresh one for this message,
+    // "=_=talvex-mp-" and 32 random hex digits.
     TALVEXMessageWriterImp(const char* _uri_path, int isRequest, int hasAttachments, TALVEXSocket* sock, int chunked,
                            int chunkSize, const char* boundary);
     ~TALVEXMessageWriterImp() override;
@@ -54,6 +55,7 @@ public:
         bool valid = false;
         std::string authority;
         std::string soapAction;
+        bool soap12 = false;
         std::map<std::string, std::string> headers;
         std::string head;
     };
@@ -64,8 +66,23 @@ public:
     const std::string& getBoundary() const { return m_boundary; }
 
 private:
-    void applyHeaders(HttpMsgNode* sender);
-    void applyEnvelopeHeaders(const char* soapAction, const std::map<std::string, std::string>& headers);
+    // What the envelope's head (or root part) says of its type and action.
+    struct EnvelopeType {
+        std::string contentType;
+        bool sendAction = false;  // SOAP 1.1 requests: a SOAPAction header
+        const char* action = nullptr;
+    };
+    // The caller's Content-Type and SOAPAction headers replace the writer's
+    // own. An application/soap+xml type (SOAP 1.2) carries the action as its
+    // action parameter instead of a SOAPAction header.
+    EnvelopeType envelopeType(const char* soapAction, bool soap12,
+                              const std::map<std::string, std::string>& headers) const;
+    // soap12: the envelope's root is in the SOAP 1.2 namespace.
+    PNXOutputStream& openEnvelopeAs(const char* soapAction, bool soap12);
+    PNXOutputStream& openCachedEnvelope(const char* soapAction, bool soap12);
+    // The extra headers other than Content-Type and SOAPAction.
+    void applyHeaders(HttpMsgNode* sender, const std::map<std::string, std::string>& headers);
+    void applyEnvelopeHeaders(const char* soapAction, bool soap12, const std::map<std::string, std::string>& headers);
     void deleteSenders();
 
     int m_chunk_size;

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the demo need.
-# Idempotent and quiet when everything is present already.
+# Installs the Debian packages the build, the tests and the demo need; with
+# the argument "interop", also the heavy real peers of `make interop` (JAX-WS
+# on a JDK). Idempotent and quiet when everything is present already.
 set -euo pipefail
 
 packages=(
@@ -12,6 +13,9 @@ packages=(
   clang libclang-rt-14-dev
   doxygen
 )
+if [ "${1:-}" = interop ]; then
+  packages+=(default-jdk-headless libjaxws-java)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -24,9 +24,14 @@ public:
     virtual ~TALVEXMessageWriter();
 
     /// Serialises the node (UTF-8) as the whole envelope, with SOAPAction "".
+    /// A root element in the SOAP 1.2 namespace makes it SOAP 1.2: sent as
+    /// application/soap+xml, the action (a SOAPAction header set with
+    /// setHeader) as its action parameter, and no SOAPAction header.
     virtual void writeEnvelope(const MOXIDOM_Node& envelope) = 0;
     /// The stream for the serialised envelope; soapAction is sent as given
-    /// (quote it yourself: "\"urn:op\"").
+    /// (quote it yourself: "\"urn:op\""). The envelope is sent as SOAP 1.1
+    /// (text/xml) unless a Content-Type header of application/soap+xml says
+    /// SOAP 1.2; the action then becomes its action parameter.
     virtual PNXOutputStream& openEnvelope(const char* soapAction) = 0;
     virtual PNXOutputStream& openEnvelope() = 0;
     virtual void closeEnvelope(PNXOutputStream& stream) = 0;
@@ -50,8 +55,10 @@ public:
     virtual void close() = 0;
     /// Response writers only, before the envelope is opened.
     virtual void setResponseStatus(int status, const char* reason) = 0;
-    /// Extra headers: of the HTTP head for a one-piece message, of every part
-    /// for a multipart one; applied when the envelope or part is opened.
+    /// Extra headers of the HTTP head, with or without attachments; applied
+    /// when the envelope is opened. A Content-Type or SOAPAction (any case)
+    /// replaces the writer's own; with attachments Content-Type is the
+    /// envelope part's. Parts carry only the headers given to openAttachment.
     virtual void setHeader(const std::string& name, const std::string& value) = 0;
     virtual void setHeaders(const std::map<std::string, std::string>& headers) = 0;
     virtual void removeHeader(const std::string& name) = 0;

@@ -27,7 +27,8 @@ public:
     /// The connection (still owned by the session).
     virtual TALVEXSocket* getSessionSocket() = 0;
     /// "send-content-length" (non-zero: bodies go with a Content-Length instead
-    /// of chunked), "chunk-size" (default 4000), "boundary" (multipart boundary),
+    /// of chunked), "chunk-size" (default 4000), "boundary" (multipart boundary;
+    /// default: a fresh random one for each message),
     /// and the bounds on what the server may send, named in TALVEXLimits.
     /// Other names raise MOXIllegalArgumentError.
     virtual void setProperty(const std::string& name, int value);
@@ -48,7 +49,8 @@ public:
     virtual void closeSession() = 0;
     /// Drops writer and reader, closes the connection and opens it again.
     virtual void reconnect(int timeLimitSec) = 0;
-    /// Extra request headers, sent with every later request until removed.
+    /// Extra request headers, sent in the HTTP head of every later request
+    /// until removed; see TALVEXMessageWriter::setHeader.
     virtual void setHeader(const std::string& name, const std::string& value) = 0;
     virtual void removeHeader(const std::string& name) = 0;
     virtual void clearHeaders() = 0;

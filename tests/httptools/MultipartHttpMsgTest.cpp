@@ -104,7 +104,9 @@ TEST(MultipartHttpMsg, PartWithoutContentStillGetsItsHeaderBlock) {
     EXPECT_EQ("--b\r\nContent-ID: 0\r\n\r\n\r\n--b\r\n\r\n\r\n--b--\r\n", all.substr(all.find("\r\n\r\n") + 4));
 }
 
-// No part at all gives the closing delimiter alone; the caller cannot override the multipart head.
+// No part at all gives the closing delimiter alone; the caller cannot override
+// the multipart head, only name the root part's type (quoted) in it, before
+// the head goes out.
 TEST(MultipartHttpMsg, NoPartAtAllAndTheHeadIsTheSenders) {
     RecordingOutputStream out;
     MultipartHttpMsg sender(out, 0, "b");
@@ -114,12 +116,16 @@ TEST(MultipartHttpMsg, NoPartAtAllAndTheHeadIsTheSenders) {
     sender.setHeader("mime-version", "2.0");
     sender.setHeader("Content-Length", "1");
     sender.setHeader("X-Kept", "yes");
+    EXPECT_THROW(sender.setRootType("", nullptr), MOXIllegalArgumentError);
+    sender.setRootType("application/xop+xml", "application/soap+xml; action=\"urn:a\"");
     sender.finish();
     EXPECT_EQ(
         "POST / HTTP/1.1\r\nHost: h\r\nX-Kept: yes\r\nMIME-Version: 1.0\r\n"
-        "Content-Type: multipart/related; type=\"text/xml\"; boundary=\"b\"\r\n"
+        "Content-Type: multipart/related; type=\"application/xop+xml\"; "
+        "start-info=\"application/soap+xml; action=\\\"urn:a\\\"\"; boundary=\"b\"\r\n"
         "Content-Length: 7\r\n\r\n--b--\r\n",
         out.all());
+    EXPECT_THROW(sender.setRootType("text/xml", nullptr), MOXIllegalStateError);
 }
 
 TEST(MultipartHttpMsg, EndPartOfNullIsHarmless) {

@@ -89,7 +89,87 @@ TEST(MessageWriter, ChunkSizeRules) {
     EXPECT_EQ(4000, TALVEXMessageWriterImp("/", 1, 0, &s, 1, -5, nullptr).getChunkSize());
     EXPECT_EQ(2, TALVEXMessageWriterImp("/", 1, 0, &s, 1, 2, nullptr).getChunkSize());
     EXPECT_EQ(0, TALVEXMessageWriterImp("/", 1, 0, &s, 0, 2, nullptr).getChunkSize());
-    EXPECT_EQ("=_=vorna-mp-boundary=_=", TALVEXMessageWriterImp("/", 1, 1, &s, 1, 0, nullptr).getBoundary());
+}
+
+// The envelope's type and action: the caller's Content-Type and SOAPAction
+// replace the writer's own; SOAP 1.2 (an envelope in its namespace, or an
+// application/soap+xml type) carries the action as a parameter, without a
+// SOAPAction header. For a multipart message the type is the root part's.
+TEST(MessageWriter, EnvelopeTypeAndActionFromTheEnvelopeAndTheCallersHeaders) {
+    const char* const kNone = "<none>";
+    struct Row {
+        const char* what;
+        int isRequest;
+        int multipart;
+        const char* envelopeNs;  // null: streamed with openEnvelope(action)
+        const char* action;
+        std::map<std::string, std::string> headers;
+        const char* contentType;  // of the head, or of the root part
+        const char* soapAction;   // kNone: no SOAPAction line
+        const char* rootType;     // multipart head's type and start-info parameters
+    } rows[] = {
+        {"1.1 from a node", 1, 0, "http://schemas.xmlsoap.org/soap/envelope/", nullptr, {},
+         "text/xml; charset=UTF-8", "\"\"", nullptr},
+        {"1.2 from a node", 1, 0, "http://www.w3.org/2003/05/soap-envelope", nullptr, {},
+         "application/soap+xml; charset=UTF-8", kNone, nullptr},
+        {"1.2 node, the caller's action", 1, 0, "http://www.w3.org/2003/05/soap-envelope", nullptr,
+         {{"soapaction", "\"urn:op\""}}, "application/soap+xml; charset=UTF-8; action=\"urn:op\"", kNone, nullptr},
+        {"caller's type replaces", 1, 0, nullptr, "\"urn:a\"", {{"Content-Type", "text/xml; charset=ISO-8859-1"}},
+         "text/xml; charset=ISO-8859-1", "\"urn:a\"", nullptr},
+        {"caller's action replaces", 1, 0, nullptr, "\"urn:a\"", {{"SOAPAction", "\"urn:h\""}},
+         "text/xml; charset=UTF-8", "\"urn:h\"", nullptr},
+        {"1.2 said by the type", 1, 0, nullptr, "\"urn:s\"", {{"CONTENT-TYPE", "application/soap+xml"}},
+         "application/soap+xml; action=\"urn:s\"", kNone, nullptr},
+        {"1.2 type with its own action", 1, 0, nullptr, "\"urn:s\"",
+         {{"Content-Type", "application/soap+xml; action=\"urn:given\""}},
+         "application/soap+xml; action=\"urn:given\"", kNone, nullptr},
+        {"1.2 response", 0, 0, "http://www.w3.org/2003/05/soap-envelope", nullptr, {{"SOAPAction", "urn:x"}},
+         "application/soap+xml; charset=UTF-8", kNone, nullptr},
+        {"multipart 1.1", 1, 1, "http://schemas.xmlsoap.org/soap/envelope/", nullptr, {},
+         "text/xml; charset=UTF-8", "\"\"", "type=\"text/xml\""},
+        {"multipart 1.2", 1, 1, "http://www.w3.org/2003/05/soap-envelope", nullptr, {{"SOAPAction", "urn:m"}},
+         "application/soap+xml; charset=UTF-8; action=\"urn:m\"", kNone, "type=\"application/soap+xml\""},
+        {"multipart XOP root", 1, 1, nullptr, "\"\"",
+         {{"Content-Type", "application/xop+xml; charset=UTF-8; type=\"application/soap+xml\""}},
+         "application/xop+xml; charset=UTF-8; type=\"application/soap+xml\"", kNone,
+         "type=\"application/xop+xml\"; start-info=\"application/soap+xml\""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        std::string wire = captureWire([&](TALVEXSocketNonSSL& s) {
+            TALVEXMessageWriterImp w("/", row.isRequest, row.multipart, &s, 0, 0, nullptr);
+            w.setHeaders(row.headers);
+            if (row.envelopeNs != nullptr) {
+                MOXIDOM_Document doc;
+                MOXIDOM_Element env = doc.createElementNS(row.envelopeNs, "e:Envelope");
+                w.writeEnvelope(env);
+            } else {
+                PNXOutputStream& out = w.openEnvelope(row.action);
+                out.write("<e/>", 4);
+                w.closeEnvelope(out);
+            }
+            w.close();
+        });
+        ParsedMessage m = parseWithPython(wire);
+        ASSERT_EQ("", m.error) << wire;
+        std::vector<std::pair<std::string, std::string>> typed = m.headers;
+        if (row.multipart) {
+            ASSERT_EQ(1u, m.parts.size());
+            typed = m.parts[0].headers;
+        }
+        std::vector<std::string> types, actions;
+        for (const auto& h : typed)
+            if (h.first == "Content-Type") types.push_back(h.second);
+        for (const auto& h : m.headers)
+            if (h.first == "SOAPAction" || h.first == "soapaction") actions.push_back(h.second);
+        EXPECT_EQ(std::vector<std::string>{row.contentType}, types) << wire;
+        EXPECT_EQ(row.soapAction == kNone ? std::vector<std::string>{} : std::vector<std::string>{row.soapAction},
+                  actions) << wire;
+        if (row.rootType != nullptr) {
+            const std::string type = std::string("multipart/related; ") + row.rootType + "; boundary=";
+            EXPECT_NE(std::string::npos, headOf(wire).find(type)) << wire;
+        }
+    }
 }
 
 TEST(MessageWriter, ExtraHeadersTakeEffectOnlyWhenTheEnvelopeOpens) {

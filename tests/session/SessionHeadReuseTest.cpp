@@ -58,6 +58,23 @@ TEST_F(SessionHeadReuse, AChangedActionOrHeaderIsSent) {
     EXPECT_EQ(plain, cycle("\"urn:a\"", "f"));
 }
 
+// The envelope's SOAP version is one of the pieces: a SOAP 1.2 request after a
+// SOAP 1.1 one with the same action and headers gets its own head.
+TEST_F(SessionHeadReuse, AnotherSoapVersionIsSent) {
+    roundTrip("one");
+    const std::string soap11 = endpoint.lastRequest().head();
+    MOXIDOM_Document request;
+    MOXIDOM_Element env = request.createElementNS("http://www.w3.org/2003/05/soap-envelope", "env:Envelope");
+    env.appendElementNS("http://www.w3.org/2003/05/soap-envelope", "env:Body").appendText("two");
+    MOXIDOM_Document response;
+    session->doRequest(env, response);
+    const std::string soap12 = endpoint.lastRequest().head();
+    EXPECT_NE(std::string::npos, soap12.find("\r\nContent-Type: application/soap+xml; charset=UTF-8\r\n")) << soap12;
+    EXPECT_EQ(std::string::npos, soap12.find("SOAPAction")) << soap12;
+    roundTrip("three");
+    EXPECT_EQ(soap11, endpoint.lastRequest().head());
+}
+
 TEST_F(SessionHeadReuse, HeaderSetOnTheWriterIsSent) {
     const std::string plain = cycle(nullptr, "one");
     MOXIDOM_Document request;

@@ -112,11 +112,15 @@ protected:
     }
 };
 
-// Chunked with the default boundary, then with lengths and an own boundary;
-// both on the one connection.
+// Chunked, then with lengths and another boundary; both on the one connection.
+// The near misses are of the boundary both sides use first.
 TEST_F(SessionStreaming, TwoAttachmentsComeBackByteForByte) {
     const std::string binary = nearMissBinary();
     const std::string original = quotedPrintableOriginal();
+    SoapEchoEndpoint::Options nearMisses;
+    nearMisses.boundary = kBoundary;
+    endpoint.setOptions(nearMisses);
+    session->setProperty("boundary", kBoundary);
     sendTwoAttachments("two parts", binary, original);
     expectTwoAttachmentsEchoed(binary, original);
 
@@ -128,7 +132,7 @@ TEST_F(SessionStreaming, TwoAttachmentsComeBackByteForByte) {
     EXPECT_EQ(original, seen.parts[1].data) << "the server decoded the quoted-printable part";
     EXPECT_EQ("Quoted-Printable", seen.parts[1].transferEncoding);
 
-    SoapEchoEndpoint::Options lengths;
+    SoapEchoEndpoint::Options lengths = nearMisses;
     lengths.chunkedResponse = false;
     endpoint.setOptions(lengths);
     session->setProperty("send-content-length", 1);

@@ -63,6 +63,8 @@ public:
         // as much of a body as wanted: a peer that stalls, or one whose body
         // runs to the end of the connection together with closeAfterResponse).
         std::string rawResponse;
+        // The multipart response's boundary; empty: a fresh one.
+        std::string boundary;
     };
 
     struct SeenPart {
@@ -315,7 +317,8 @@ private:
             }
             const bool multipart = seen.multipart && !options.fault;
             TALVEXMessageWriterImp writer("", 0, multipart ? 1 : 0, &socket, options.chunkedResponse ? 1 : 0,
-                                          options.responseChunkSize, nullptr);
+                                          options.responseChunkSize,
+                                          options.boundary.empty() ? nullptr : options.boundary.c_str());
             std::string body = options.body.empty() ? seen.envelope : options.body;
             if (options.fault) {
                 writer.setResponseStatus(500, "Internal Server Error");

@@ -79,6 +79,55 @@ case_attachments() {
     expect_in "$SCRATCH/server-attachments.log" '2 attachments -> 200'
 }
 
+# The request head as the trace shows it (the first record, up to its empty line).
+request_head() { sed -n '2,/^\r$/p' "$1"; }
+
+case_headers() {
+    start_server headers
+    make_attachments
+    local url="http://127.0.0.1:$PORT/soap"
+    # -H replaces the toolkit's own Content-Type and SOAPAction.
+    run_call 0 --trace "$SCRATCH/t1.txt" --action urn:a -H 'Content-Type: text/xml; charset=ISO-8859-1' \
+        -H 'soapaction: "urn:h"' "$url" "$ENVELOPE"
+    request_head "$SCRATCH/t1.txt" >"$SCRATCH/h1.txt"
+    [ "$(grep -ci '^Content-Type:' "$SCRATCH/h1.txt")" -eq 1 ] || fail "not one Content-Type: $(cat "$SCRATCH/h1.txt")"
+    [ "$(grep -ci '^SOAPAction:' "$SCRATCH/h1.txt")" -eq 1 ] || fail "not one SOAPAction: $(cat "$SCRATCH/h1.txt")"
+    expect_in "$SCRATCH/h1.txt" 'Content-Type: text/xml; charset=ISO-8859-1'
+    expect_in "$SCRATCH/h1.txt" 'SOAPAction: "urn:h"'
+
+    # SOAP 1.2 from the file: the action in the Content-Type, no SOAPAction.
+    sed 's|http://schemas.xmlsoap.org/soap/envelope/|http://www.w3.org/2003/05/soap-envelope|' "$ENVELOPE" \
+        >"$SCRATCH/envelope12.xml"
+    for args in "$SCRATCH/envelope12.xml" "--soap12 $ENVELOPE"; do
+        # shellcheck disable=SC2086
+        run_call 0 -v --trace "$SCRATCH/t2.txt" --action urn:echo "$url" $args
+        request_head "$SCRATCH/t2.txt" >"$SCRATCH/h2.txt"
+        expect_in "$SCRATCH/h2.txt" 'Content-Type: application/soap+xml; charset=UTF-8; action="urn:echo"'
+        expect_in "$ERR" '> Content-Type: application/soap+xml; charset=UTF-8; action="urn:echo"'
+        grep -qi '^SOAPAction' "$SCRATCH/h2.txt" && fail "SOAP 1.2 with a SOAPAction header"
+        rm -f "$SCRATCH/t2.txt"
+    done
+
+    # Fresh boundaries unless --boundary gives one; -H reaches the multipart head.
+    local b1 b2
+    for n in 3 4; do
+        run_call 0 --trace "$SCRATCH/t$n.txt" --attach "$SCRATCH/notes.txt" -H 'Authorization: Basic dDpz' \
+            "$url" "$ENVELOPE"
+        request_head "$SCRATCH/t$n.txt" >"$SCRATCH/h$n.txt"
+        expect_in "$SCRATCH/h$n.txt" 'Authorization: Basic dDpz'
+        [ "$(grep -c 'Authorization' "$SCRATCH/t$n.txt")" -eq 1 ] || fail "Authorization also on the parts"
+    done
+    b1=$(grep -o 'boundary="=_=talvex-mp-[0-9a-f]*"' "$SCRATCH/h3.txt")
+    b2=$(grep -o 'boundary="=_=talvex-mp-[0-9a-f]*"' "$SCRATCH/h4.txt")
+    [ -n "$b1" ] && [ "$b1" != "$b2" ] || fail "no fresh boundary per message: '$b1' '$b2'"
+    run_call 0 --trace "$SCRATCH/t5.txt" --boundary 'my own:boundary' --attach "$SCRATCH/notes.txt" \
+        --save-attachments "$SCRATCH/saved" "$url" "$ENVELOPE"
+    expect_in "$SCRATCH/t5.txt" 'boundary="my own:boundary"'
+    cmp "$SCRATCH/notes.txt" "$SCRATCH/saved/notes.txt" || fail "notes.txt came back different"
+    run_call 2 --boundary 'ends in a blank ' "$url" "$ENVELOPE"
+    expect_in "$ERR" '--boundary needs'
+}
+
 case_content_length() {
     start_server content_length
     make_attachments

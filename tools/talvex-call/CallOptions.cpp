@@ -1,11 +1,14 @@
 #include "CallOptions.h"
 
 #include <getopt.h>
+#include <strings.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+
+#include "moxhttptools/MultipartHttpMsg.h"
 
 namespace {
 
@@ -72,6 +75,8 @@ AttachmentSpec parseAttachment(const char* text) {
 
 enum LongOnly {
     OptAction = 1000,
+    OptSoap12,
+    OptBoundary,
     OptAttach,
     OptSave,
     OptContentLength,
@@ -101,6 +106,12 @@ bool CallOptions::useTls() const {
     return startsWithNoCase(url, "https://");
 }
 
+const std::string* CallOptions::header(const char* name) const {
+    for (const auto& h : headers)
+        if (strcasecmp(h.first.c_str(), name) == 0) return &h.second;
+    return nullptr;
+}
+
 bool CallOptions::useNonBlocking() const {
     // The secure socket honours time-outs and cancellation only in
     // non-blocking mode, so TLS goes non-blocking unless told otherwise.
@@ -112,6 +123,8 @@ CallOptions parseCommandLine(int argc, char** argv) {
     static const option longOptions[] = {
         {"action", required_argument, nullptr, OptAction},
         {"header", required_argument, nullptr, 'H'},
+        {"soap12", no_argument, nullptr, OptSoap12},
+        {"boundary", required_argument, nullptr, OptBoundary},
         {"attach", required_argument, nullptr, OptAttach},
         {"save-attachments", required_argument, nullptr, OptSave},
         {"content-length", no_argument, nullptr, OptContentLength},
@@ -151,6 +164,13 @@ CallOptions parseCommandLine(int argc, char** argv) {
                 o.action = optarg;
                 break;
             case 'H': o.headers.push_back(parseHeader(optarg)); break;
+            case OptSoap12: o.soap12 = true; break;
+            case OptBoundary:
+                if (!MultipartHttpMsg::isValidBoundary(optarg))
+                    throw UsageError(std::string("--boundary needs 1 to 70 letters, digits or '()+_,-./:=? and blank "
+                                                 "(not last), not '") + optarg + "'");
+                o.boundary = optarg;
+                break;
             case OptAttach: o.attachments.push_back(parseAttachment(optarg)); break;
             case OptSave:
                 if (*optarg == '\0') throw UsageError("--save-attachments needs a folder");
@@ -240,14 +260,19 @@ out) to URL and prints the response envelope, indented, on standard output.
 
 Request:
       --action ACTION      SOAPAction header (quoted for you unless it already
-                           is); default ""
+                           is); default "". With SOAP 1.2 the action
+                           parameter of the Content-Type
+      --soap12             send the envelope as SOAP 1.2 (application/soap+xml);
+                           the default for an envelope in the SOAP 1.2 namespace
   -H, --header 'N: V'      extra request header (repeatable). Host comes from
-                           the URL. With attachments the toolkit puts extra
-                           headers on every MIME part
+                           the URL; a Host, Content-Type or SOAPAction given
+                           here replaces the toolkit's own
       --attach FILE[;type=T][;id=ID]
                            send FILE as an attachment (repeatable); makes a
                            multipart request. Default type from the file name,
                            default id the file's base name
+      --boundary B         the multipart boundary (default: a fresh random one
+                           for each message)
       --content-length     send the body with a Content-Length instead of
                            chunked (the toolkit then holds it in memory)
       --chunk-size N       bytes per chunk, at least 2 (default 4000)

@@ -22,6 +22,8 @@ struct CallOptions {
     bool hasAction = false;
     std::string action;
     std::vector<std::pair<std::string, std::string>> headers;
+    bool soap12 = false;   // --soap12, or an envelope in the SOAP 1.2 namespace
+    std::string boundary;  // empty: a fresh one for each message
     std::vector<AttachmentSpec> attachments;
     std::string saveDir;
     bool contentLength = false;
@@ -46,6 +48,8 @@ struct CallOptions {
 
     bool useTls() const;
     bool useNonBlocking() const;
+    // The value of a -H header (name in any case), or null.
+    const std::string* header(const char* name) const;
 };
 
 // A command line that cannot be used; the text says why.

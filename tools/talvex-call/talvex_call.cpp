@@ -48,6 +48,10 @@ enum ExitCode {
 
 using Clock = std::chrono::steady_clock;
 
+const char kSoap11ContentType[] = "text/xml; charset=UTF-8";
+const char kSoap12ContentType[] = "application/soap+xml; charset=UTF-8";
+const char kSoap12Namespace[] = "http://www.w3.org/2003/05/soap-envelope";
+
 double millisSince(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
@@ -456,6 +460,11 @@ public:
         if (m_o.verbose) std::fprintf(stderr, "* connected in %.1f ms\n", millisSince(start));
         if (m_o.contentLength) m_session->setProperty("send-content-length", 1);
         if (m_o.chunkSize > 0) m_session->setProperty("chunk-size", m_o.chunkSize);
+        if (!m_o.boundary.empty()) m_session->setProperty("boundary", m_o.boundary);
+        // The envelope is streamed, so its type says SOAP 1.2; the toolkit
+        // adds the action to it and sends no SOAPAction.
+        if (m_o.soap12 && m_o.header("Content-Type") == nullptr)
+            m_session->setHeader("Content-Type", kSoap12ContentType);
         for (const auto& h : m_o.headers) m_session->setHeader(h.first, h.second);
         if (!m_o.traceFile.empty()) startTrace();
     }
@@ -499,23 +508,33 @@ private:
         }
     }
 
+    // The head as the toolkit composes it from these options.
     void printRequestHead() {
         std::string path = "/";
         try {
             path = XmlUrl(I18NString(m_o.url.c_str())).getPath().str();
         } catch (...) {
         }
-        const bool multipart = !m_o.attachments.empty();
+        const std::string* givenType = m_o.header("Content-Type");
+        const std::string* givenAction = m_o.header("SOAPAction");
+        const std::string action = givenAction != nullptr ? *givenAction : m_action;
+        std::string type = givenType != nullptr ? *givenType : m_o.soap12 ? kSoap12ContentType : kSoap11ContentType;
+        if (m_o.soap12 && givenType == nullptr && action != "\"\"") type += "; action=" + action;
         std::fprintf(stderr, "> POST %s HTTP/1.1\n", path.c_str());
         std::fprintf(stderr, "> Host: %s\n", m_session->getSessionSocket()->getAuthority().c_str());
-        std::fprintf(stderr, "> SOAPAction: %s\n", m_action.c_str());
-        if (multipart) {
+        if (!m_o.soap12) std::fprintf(stderr, "> SOAPAction: %s\n", action.c_str());
+        if (!m_o.attachments.empty()) {
+            const std::string boundary = m_o.boundary.empty() ? "(fresh for each message)" : m_o.boundary;
             std::fprintf(stderr, "> MIME-Version: 1.0\n");
-            std::fprintf(stderr,
-                         "> Content-Type: multipart/related; type=\"text/xml\"; boundary=\"=_=vorna-mp-boundary=_=\"\n");
+            std::fprintf(stderr, "> Content-Type: multipart/related; type=\"%s\"; boundary=\"%s\"\n",
+                         type.substr(0, type.find(';')).c_str(), boundary.c_str());
+            std::fprintf(stderr, "* envelope part: Content-Type: %s\n", type.c_str());
         } else {
-            std::fprintf(stderr, "> Content-Type: text/xml; charset=UTF-8\n");
-            for (const auto& h : m_o.headers) std::fprintf(stderr, "> %s: %s\n", h.first.c_str(), h.second.c_str());
+            std::fprintf(stderr, "> Content-Type: %s\n", type.c_str());
+        }
+        for (const auto& h : m_o.headers) {
+            if (strcasecmp(h.first.c_str(), "Content-Type") != 0 && strcasecmp(h.first.c_str(), "SOAPAction") != 0)
+                std::fprintf(stderr, "> %s: %s\n", h.first.c_str(), h.second.c_str());
         }
         if (m_o.contentLength) std::fprintf(stderr, "> Content-Length: (counted when the body is complete)\n");
         else std::fprintf(stderr, "> Transfer-Encoding: chunked\n");
@@ -857,6 +876,7 @@ int main(int argc, char** argv) {
                                              std::to_string(parser.getCurrentLineNumber()) + ", column " +
                                              std::to_string(parser.getCurrentColumnNumber()) + ": " +
                                              parser.errorString()};
+            if (doc.getDocumentElement().getNamespaceURI() == kSoap12Namespace) o.soap12 = true;
         }
         try {
             XmlUrl check{I18NString(o.url.c_str())};

@@ -9,16 +9,6 @@ namespace {
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-char lowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool equalsIgnoreCase(const std::string& a, const char* b) {
-    std::string::size_type i = 0;
-    for (; i < a.size() && b[i] != '\0'; ++i) {
-        if (lowerAscii(a[i]) != lowerAscii(b[i])) return false;
-    }
-    return i == a.size() && b[i] == '\0';
-}
-
 // RFC 9110 tchar.
 bool isTokenChar(unsigned char c) {
     if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z')) return true;
@@ -106,7 +96,7 @@ const char* HTTPHeader::getValue() const { return m_value.c_str(); }
 const char* HTTPHeader::getAttribute(const char* name) const {
     if (name == nullptr) return nullptr;
     for (const Attribute& attribute : m_attributes) {
-        if (equalsIgnoreCase(attribute.name, name)) return attribute.value.c_str();
+        if (HTTPMessage::equalsIgnoreCase(attribute.name, name)) return attribute.value.c_str();
     }
     return nullptr;
 }

@@ -4,28 +4,13 @@
 #include <cstring>
 
 #include "moxcore/MOXThrow.h"
+#include "moxhttptools/HTTPMessage.h"
 
 static const char MOX_UNIT[] = "HttpMsgNode";
 
 namespace {
 
 const char kVersion[] = "HTTP/1.1";
-
-// CR, LF and NUL would end or cut the line; a blank keeps the line whole.
-// (A NUL cannot occur in a C string: the text simply ends there.)
-std::string lineSafe(const char* text) {
-    if (text == nullptr) return std::string();
-    std::string out(text);
-    // Mostly there is nothing to replace: two fast scans instead of a loop over every byte.
-    if (std::memchr(out.data(), '\r', out.size()) == nullptr && std::memchr(out.data(), '\n', out.size()) == nullptr)
-        return out;
-    for (char& c : out) {
-        if (c == '\r' || c == '\n') c = ' ';
-    }
-    return out;
-}
-
-char lowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 
 std::string requestTarget(const char* uri) {
     static const char hex[] = "0123456789ABCDEF";
@@ -90,14 +75,18 @@ HttpMsgNode::HttpMsgNode(bool isPart)
 
 HttpMsgNode::~HttpMsgNode() {}
 
-bool HttpMsgNode::equalsIgnoreCase(const std::string& a, const char* b) {
-    std::string::size_type i = 0;
-    for (; i < a.size() && b[i] != '\0'; ++i) {
-        if (lowerAscii(a[i]) != lowerAscii(b[i])) {
-            return false;
-        }
+// CR, LF and NUL would end or cut the line; a blank keeps the line whole.
+// (A NUL cannot occur in a C string: the text simply ends there.)
+std::string HttpMsgNode::lineSafe(const char* text) {
+    if (text == nullptr) return std::string();
+    std::string out(text);
+    // Mostly there is nothing to replace: two fast scans instead of a loop over every byte.
+    if (std::memchr(out.data(), '\r', out.size()) == nullptr && std::memchr(out.data(), '\n', out.size()) == nullptr)
+        return out;
+    for (char& c : out) {
+        if (c == '\r' || c == '\n') c = ' ';
     }
-    return i == a.size() && b[i] == '\0';
+    return out;
 }
 
 void HttpMsgNode::checkOpen(const char* function) const {
@@ -182,7 +171,7 @@ void HttpMsgNode::composeHead(std::string& out) {
         if (m_is_request) {
             bool callerHost = false;
             for (const auto& header : m_headers) {
-                if (equalsIgnoreCase(header.first, "Host")) callerHost = true;
+                if (HTTPMessage::equalsIgnoreCase(header.first, "Host")) callerHost = true;
             }
             if (!callerHost) appendLine(out, "Host", hostValue());
         }

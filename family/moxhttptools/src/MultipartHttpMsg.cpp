@@ -4,6 +4,7 @@
 
 #include "HttpWireWriter.h"
 #include "moxcore/MOXThrow.h"
+#include "moxhttptools/HTTPMessage.h"
 #include "moxhttptools/OnePieceHttpMsg.h"
 
 static const char MOX_UNIT[] = "MultipartHttpMsg";
@@ -17,14 +18,11 @@ bool isBoundaryChar(unsigned char c) {
 }
 
 std::string checkedBoundary(const char* boundary) {
-    std::string value = boundary != nullptr ? boundary : "";
-    bool valid = !value.empty() && value.size() <= 70 && value.back() != ' ';
-    for (char c : value) valid = valid && isBoundaryChar(static_cast<unsigned char>(c));
-    if (!valid) {
+    if (!MultipartHttpMsg::isValidBoundary(boundary)) {
         MOX_THROW(MOXIllegalArgumentError,
                   "MultipartHttpMsg::MultipartHttpMsg - boundary must be 1 to 70 boundary characters");
     }
-    return value;
+    return boundary;
 }
 
 unsigned checkedChunkSize(int chunkSize) {
@@ -36,9 +34,16 @@ unsigned checkedChunkSize(int chunkSize) {
 
 }  // namespace
 
+bool MultipartHttpMsg::isValidBoundary(const char* boundary) {
+    const std::string value = boundary != nullptr ? boundary : "";
+    bool valid = !value.empty() && value.size() <= 70 && value.back() != ' ';
+    for (char c : value) valid = valid && isBoundaryChar(static_cast<unsigned char>(c));
+    return valid;
+}
+
 MultipartHttpMsg::MultipartHttpMsg(PNXOutputStream& out, int chunkSize, const char* boundary)
-    : HttpMsgNode(false), m_boundary(checkedBoundary(boundary)), m_open_part(nullptr), m_any_part(false),
-      m_finished(false) {
+    : HttpMsgNode(false), m_boundary(checkedBoundary(boundary)), m_root_type("text/xml"), m_open_part(nullptr),
+      m_any_part(false), m_finished(false) {
     m_wire.reset(new HttpWireWriter(out, checkedChunkSize(chunkSize)));
 }
 
@@ -48,19 +53,35 @@ MultipartHttpMsg::~MultipartHttpMsg() {
 }
 
 bool MultipartHttpMsg::isOwnHeader(const std::string& name) const {
-    return equalsIgnoreCase(name, "Content-Length") || equalsIgnoreCase(name, "Transfer-Encoding") ||
-           equalsIgnoreCase(name, "Content-Type") || equalsIgnoreCase(name, "MIME-Version");
+    for (const char* own : {"Content-Length", "Transfer-Encoding", "Content-Type", "MIME-Version"}) {
+        if (HTTPMessage::equalsIgnoreCase(name, own)) return true;
+    }
+    return false;
 }
 
 void MultipartHttpMsg::startBody() {
     if (m_wire->isBodyStarted()) return;
     std::string head;
     composeHead(head);
-    head += "MIME-Version: 1.0\r\n";
-    head += "Content-Type: multipart/related; type=\"text/xml\"; boundary=\"";
+    head += "MIME-Version: 1.0\r\nContent-Type: multipart/related; type=";
+    HTTPMessage::appendQuoted(head, m_root_type);
+    if (!m_start_info.empty()) {
+        head += "; start-info=";
+        HTTPMessage::appendQuoted(head, m_start_info);
+    }
+    head += "; boundary=\"";
     head += m_boundary;
     head += "\"\r\n";
     m_wire->startBody(head);
+}
+
+void MultipartHttpMsg::setRootType(const char* type, const char* startInfo) {
+    if (isHeadWritten()) MOX_THROW(MOXIllegalStateError, "MultipartHttpMsg::setRootType - the head was already written");
+    if (type == nullptr || *type == '\0') {
+        MOX_THROW(MOXIllegalArgumentError, "MultipartHttpMsg::setRootType - the type is empty");
+    }
+    m_root_type = lineSafe(type);
+    m_start_info = lineSafe(startInfo);
 }
 
 OnePieceHttpMsg* MultipartHttpMsg::addOnePiece(int flag) {

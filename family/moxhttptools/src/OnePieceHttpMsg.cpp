@@ -4,6 +4,7 @@
 
 #include "HttpWireWriter.h"
 #include "moxcore/MOXThrow.h"
+#include "moxhttptools/HTTPMessage.h"
 #include "moxhttptools/MultipartHttpMsg.h"
 
 static const char MOX_UNIT[] = "OnePieceHttpMsg";
@@ -34,7 +35,8 @@ OnePieceHttpMsg::~OnePieceHttpMsg() {
 
 bool OnePieceHttpMsg::isOwnHeader(const std::string& name) const {
     if (!m_wire) return false;
-    return equalsIgnoreCase(name, "Content-Length") || equalsIgnoreCase(name, "Transfer-Encoding");
+    return HTTPMessage::equalsIgnoreCase(name, "Content-Length") ||
+           HTTPMessage::equalsIgnoreCase(name, "Transfer-Encoding");
 }
 
 void OnePieceHttpMsg::startBody() {

@@ -60,8 +60,9 @@ protected:
     // Whether a header of that name is left out because the sender writes it
     // itself (framing headers and the like). The base keeps all.
     virtual bool isOwnHeader(const std::string& name) const;
-
-    static bool equalsIgnoreCase(const std::string& a, const char* b);
+    // The text with CR and LF turned into blanks (null: ""), so that it
+    // cannot end a header line early.
+    static std::string lineSafe(const char* text);
 
 private:
     void checkOpen(const char* function) const;

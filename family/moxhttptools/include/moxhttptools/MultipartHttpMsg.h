@@ -14,7 +14,8 @@ class PNXOutputStream;
 //
 // Head: the caller's lines, then
 //   MIME-Version: 1.0
-//   Content-Type: multipart/related; type="text/xml"; boundary="<boundary>"
+//   Content-Type: multipart/related; type="<root type>"; boundary="<boundary>"
+// (with start-info="<start info>" before the boundary when one is given)
 // and the framing header as for OnePieceHttpMsg (caller-set MIME-Version,
 // Content-Type, Content-Length and Transfer-Encoding are left out). It goes
 // out with the first part, or at finish.
@@ -49,7 +50,16 @@ public:
     // stays the caller's.
     void endPart(OnePieceHttpMsg* part);
 
+    // The media type of the first (root) part, for the type parameter of the
+    // head (default "text/xml"), and the start-info parameter (null or "":
+    // none), for a root part that wraps another type (XOP). Must come before
+    // the head goes out (MOXIllegalStateError); an empty type raises
+    // MOXIllegalArgumentError.
+    void setRootType(const char* type, const char* startInfo);
+
     const std::string& getBoundary() const { return m_boundary; }
+    // Whether a boundary is one the constructor takes.
+    static bool isValidBoundary(const char* boundary);
 
 protected:
     bool isOwnHeader(const std::string& name) const override;
@@ -64,6 +74,8 @@ private:
 
     std::unique_ptr<HttpWireWriter> m_wire;
     std::string m_boundary;
+    std::string m_root_type;
+    std::string m_start_info;
     OnePieceHttpMsg* m_open_part;
     bool m_any_part;
     bool m_finished;
