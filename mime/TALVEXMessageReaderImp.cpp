@@ -19,6 +19,7 @@ TALVEXMessageReaderImp::TALVEXMessageReaderImp(int request, PNXInputStream* in, 
     : TALVEXMessageReader(request),
       m_limits(limits),
       m_more_parts(0),
+      m_parser(m_limits),
       m_original_is(in),
       m_buffered(nullptr),
       m_chunked(nullptr),
@@ -45,13 +46,7 @@ TALVEXMessageReaderImp::~TALVEXMessageReaderImp() {
         if (m_multipart != nullptr) m_multipart->unWrap();
         if (m_chunked != nullptr) {
             while (m_chunked->read(scratch, 64) != PNX_EOF) scratch.reset();
-            if (m_buffered != nullptr) {
-                // The trailer, up to its empty line.
-                do {
-                    scratch.reset();
-                    m_buffered->readline(scratch);
-                } while (scratch.trim() != 0);
-            }
+            if (m_buffered != nullptr) m_parser.skipTrailer(m_buffered);
         }
         if (m_block != nullptr) {
             while (m_block->read(scratch, 64) != PNX_EOF) scratch.reset();
@@ -109,7 +104,7 @@ PNXInputStream& TALVEXMessageReaderImp::openEnvelope() {
         // delimiter pattern, which starts with CR LF.
         m_body->unread("\r\n", 2);
         m_multipart = MOX_NEW(TALVEXMPInputStream, m_body, m_parser.getBoundary());
-        m_attachment = MOX_NEW(TALVEXAttachmentReaderImp, m_multipart);
+        m_attachment = MOX_NEW(TALVEXAttachmentReaderImp, m_multipart, m_limits);
         openNextAttachment();
         m_body = &m_attachment->getInputStream();
     }
