@@ -146,6 +146,7 @@ const ParsedValue& parsedValue(const char* raw) {
 TALVEXHTTPParser::TALVEXHTTPParser(const TALVEXLimits& limits)
     : m_limits(limits),
       m_head_left(limits.maxHeadSize),
+      m_length_seen(false),
       m_multipart(0),
       m_content_length(0),
       m_chunked(0),
@@ -228,6 +229,7 @@ void TALVEXHTTPParser::skipTrailer(PNXBufferedInputStream* is) {
 
 void TALVEXHTTPParser::startHead() {
     m_head_left = m_limits.maxHeadSize;
+    m_length_seen = false;
 }
 
 void TALVEXHTTPParser::readHeadLine(PNXBufferedInputStream* is, MOXByteBuffer& line, const char* function) {
@@ -435,10 +437,9 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
                                    TALVEXMessage(0xF2A4A974), printable(text));
         m_content_id = value;
     } else if (name == "content-length") {
-        if (empty)
+        if (empty || !setContentLength(value))
             TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrContentLength,
                                    TALVEXMessage(0xF2A728B0), printable(text));
-        m_content_length = toInt(value);
     } else if (name == "transfer-encoding") {
         if (empty)
             TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrTransferEncoding,
@@ -448,6 +449,29 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
 
     if (parsed != nullptr) stored = parsed->normal;
     setHeader(name.c_str(), std::move(stored));
+}
+
+bool TALVEXHTTPParser::setContentLength(const char* value) {
+    // Digits only, or a list of equal lengths ("5, 5", repeated headers joined
+    // by a proxy). A length that is no number, or two that differ, would pick
+    // the wrong end of the body.
+    int length = -1;
+    for (const char* p = value;;) {
+        const char* digits = p;
+        while (*p >= '0' && *p <= '9') ++p;
+        if (p == digits) return false;
+        const int v = toInt(digits);
+        if (length >= 0 && v != length) return false;
+        length = v;
+        while (isDelimiter(*p)) ++p;
+        if (*p == '\0') break;
+        if (*p++ != ',') return false;
+        while (isDelimiter(*p)) ++p;
+    }
+    if (m_length_seen && length != m_content_length) return false;
+    m_content_length = length;
+    m_length_seen = true;
+    return true;
 }
 
 std::string makePrintable(const char* pString) {

@@ -61,6 +61,8 @@ private:
     // The same, reading each line into the caller's buffer.
     void processHeaders(PNXBufferedInputStream* is, int store, MOXByteBuffer& line);
     void processHeader(MOXByteBuffer& line);
+    // Takes a Content-Length value; false when it is no length or differs from an earlier one.
+    bool setContentLength(const char* value);
     void setHeader(const char* name, std::string value);
     void clearHeaders();
 
@@ -72,6 +74,7 @@ private:
 
     TALVEXLimits m_limits;
     std::size_t m_head_left;  // bytes the current head may still take
+    bool m_length_seen;       // the current head had a Content-Length
     int m_multipart;
     int m_content_length;
     int m_chunked;

@@ -225,14 +225,15 @@ TEST(ParserResponse, VersionAloneGivesCode10AndAWrongVersionCode8) {
 
 // --------------------------------------------------------------------- headers
 
-TEST(ParserHeaders, ContentLengthReadsLeadingDigitsAndTheLastOneCounts) {
+// Malformed lengths are refused with the rows of the table below.
+TEST(ParserHeaders, ContentLengthIsDigitsAndRepeatedLengthsMustAgree) {
     struct Case {
         const char* lines;
         int expected;
     } cases[] = {
-        {"Content-Length: 12abc\r\n", 12}, {"Content-Length: abc\r\n", 0},
-        {"Content-Length: +7\r\n", 7},     {"Content-Length: -5\r\n", -5},
-        {"Content-Length: 5\r\nContent-Length: 9\r\n", 9},
+        {"Content-Length: 12\r\n", 12},
+        {"Content-Length: 5\r\nContent-Length: 05\r\n", 5},
+        {"Content-Length: 7 ,\t7\r\n", 7},
         {"Content-Length: 99999999999999999999\r\n", 2147483647},
     };
     for (const Case& c : cases) {
@@ -242,13 +243,9 @@ TEST(ParserHeaders, ContentLengthReadsLeadingDigitsAndTheLastOneCounts) {
         EXPECT_EQ(c.expected, p.getContentLength()) << c.lines;
         EXPECT_EQ("BODY", f.remaining());
     }
-    HeadFeed twice(responseWith("Content-Length: 5\r\nContent-Length: 9\r\n"));
-    TALVEXHTTPParser p;
-    p.parseResponse(twice.stream());
-    EXPECT_EQ(dumpOf(" 9"), header(p, "content-length")) << "the map keeps the later value too";
 }
 
-TEST(ParserHeaders, EmptyFramingValuesAndMissingBoundariesAreRefusedWithTheLine) {
+TEST(ParserHeaders, MalformedFramingValuesAndMissingBoundariesAreRefusedWithTheLine) {
     const std::string line71 = "Content-Type: multipart/mixed; boundary=\"" + std::string(71, 'b') + "\"";
     struct Case {
         const char* line;
@@ -261,6 +258,14 @@ TEST(ParserHeaders, EmptyFramingValuesAndMissingBoundariesAreRefusedWithTheLine)
         {"Content-ID: \t", 13, kMsgContentId, "Content-ID:"},
         {"Content-Length:", 14, kMsgContentLength, "Content-Length:"},
         {"Content-Length: ;x=1", 14, kMsgContentLength, "Content-Length: ;x=1"},
+        // A length must be digits, and a repeated one the same number.
+        {"Content-Length: 12abc", 14, kMsgContentLength, nullptr},
+        {"Content-Length: abc", 14, kMsgContentLength, nullptr},
+        {"Content-Length: +7", 14, kMsgContentLength, nullptr},
+        {"Content-Length: -5", 14, kMsgContentLength, nullptr},
+        {"Content-Length: 5, 6", 14, kMsgContentLength, nullptr},
+        {"Content-Length: 5,", 14, kMsgContentLength, nullptr},
+        {"Content-Length: 5\r\nContent-Length: 9", 14, kMsgContentLength, "Content-Length: 9"},
         {"TRANSFER-ENCODING:", 15, kMsgTransferEncoding, "TRANSFER-ENCODING:"},
         // A multipart type needs a boundary of 1 to 70 bytes.
         {"Content-Type: multipart/related; type=text/xml", 12, kMsgBoundary, nullptr},
