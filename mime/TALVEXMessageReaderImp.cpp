@@ -46,6 +46,7 @@ TALVEXMessageReaderImp::~TALVEXMessageReaderImp() {
         if (m_multipart != nullptr) m_multipart->unWrap();
         if (m_chunked != nullptr) {
             while (m_chunked->read(scratch, 64) != PNX_EOF) scratch.reset();
+            // The trailer, up to its empty line and within the head bounds.
             if (m_buffered != nullptr) m_parser.skipTrailer(m_buffered);
         }
         if (m_block != nullptr) {
