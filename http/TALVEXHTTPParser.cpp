@@ -27,6 +27,40 @@ bool endedInsideLine(unsigned rc, const MOXByteBuffer& line) {
     if (rc == PNX_EOF) return true;
     return rc != 0 && (line.pcount() == 0 || line.str()[line.pcount() - 1] != '\n');
 }
+
+// Runs a step whose failures must all leave as core throwables: the bounds
+// keep what a head allocates small, but an allocation can still fail (a byte
+// buffer that cannot grow throws std::bad_alloc).
+template <class Step>
+void convertingStdErrors(const char* function, Step&& step) {
+    try {
+        step();
+    } catch (const std::bad_alloc&) {
+        MOX_THROW(MOXOutOfMemoryError, function);
+    } catch (const std::exception& e) {
+        MOXStdExceptionError(e).hurl(MOX_HERE, function, "MOX_THROW");
+    }
+}
+
+// A bound on heads, as a refusal names it: the text around its value, which
+// ends with the session property that sets it.
+struct Bound {
+    std::size_t TALVEXLimits::*value;
+    const char* before;
+    const char* after;
+};
+const Bound kLineBound = {&TALVEXLimits::maxHeadLine, "head line longer than ", " bytes (max-head-line)"};
+const Bound kLinesBound = {&TALVEXLimits::maxHeadLines, "more header lines than ", " (max-head-lines)"};
+const Bound kSizeBound = {&TALVEXLimits::maxHeadSize, "head longer than ", " bytes (max-head-size)"};
+const Bound kInterimBound = {&TALVEXLimits::maxInterimResponses, "more interim responses than ",
+                             " (max-interim-responses)"};
+
+// Code 6 with a second message naming the bound, e.g. "head line longer than
+// 102400 bytes (max-head-line)": the head did not end within what the client takes.
+[[noreturn]] void boundPassed(int line, const char* function, const TALVEXLimits& limits, const Bound& bound) {
+    const std::string detail = bound.before + std::to_string(limits.*bound.value) + bound.after;
+    TALVEX_RAISE_DETAIL_AT(line, function, ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3), I18NString(detail));
+}
 }  // namespace
 
 namespace {
@@ -109,7 +143,14 @@ const ParsedValue& parsedValue(const char* raw) {
 
 }  // namespace
 
-TALVEXHTTPParser::TALVEXHTTPParser() : m_multipart(0), m_content_length(0), m_chunked(0), m_pseudo_set{} {}
+TALVEXHTTPParser::TALVEXHTTPParser(const TALVEXLimits& limits)
+    : m_limits(limits),
+      m_head_left(limits.maxHeadSize),
+      m_length_seen(false),
+      m_multipart(0),
+      m_content_length(0),
+      m_chunked(0),
+      m_pseudo_set{} {}
 
 TALVEXHTTPParser::~TALVEXHTTPParser() {}
 
@@ -158,9 +199,61 @@ void TALVEXHTTPParser::clearHeaders() {
 
 void TALVEXHTTPParser::parseRequest(PNXBufferedInputStream* is) {
     MOX_ASSERT(is);
+    convertingStdErrors("TALVEXHTTPParser::parseRequest", [&] { readRequestHead(is); });
+}
+
+void TALVEXHTTPParser::parseResponse(PNXBufferedInputStream* is) {
+    MOX_ASSERT(is);
+    convertingStdErrors("TALVEXHTTPParser::parseResponse", [&] { readResponseHead(is); });
+}
+
+void TALVEXHTTPParser::parsePartHeaders(PNXBufferedInputStream* is) {
+    MOX_ASSERT(is);
+    // One parser serves every part of a message: each part starts from nothing.
     m_multipart = 0;
     m_content_length = 0;
     m_chunked = 0;
+    m_content_id.clear();
+    m_content_type.clear();
+    m_boundary.clear();
+    clearHeaders();
+    startHead();
+    convertingStdErrors("TALVEXHTTPParser::parsePartHeaders", [&] { processHeaders(is, 1); });
+}
+
+void TALVEXHTTPParser::skipTrailer(PNXBufferedInputStream* is) {
+    MOX_ASSERT(is);
+    startHead();
+    convertingStdErrors("TALVEXHTTPParser::skipTrailer", [&] { processHeaders(is, 0); });
+}
+
+void TALVEXHTTPParser::startHead() {
+    m_head_left = m_limits.maxHeadSize;
+    m_length_seen = false;
+}
+
+void TALVEXHTTPParser::readHeadLine(PNXBufferedInputStream* is, MOXByteBuffer& line, const char* function) {
+    // The line may already hold its start (the request's method).
+    const std::size_t held = line.pcount();
+    const std::size_t lineRoom = m_limits.maxHeadLine > held ? m_limits.maxHeadLine - held : 0;
+    const bool headBinds = m_head_left < lineRoom;
+    std::size_t max = headBinds ? m_head_left : lineRoom;
+    if (max >= PNX_EOF) max = PNX_EOF - 1;
+
+    const unsigned rc = is->readline(line, static_cast<unsigned>(max));
+    const std::size_t got = line.pcount() - held;
+    if (got == max && (got == 0 || line.str()[line.pcount() - 1] != '\n'))
+        boundPassed(__LINE__, function, m_limits, headBinds ? kSizeBound : kLineBound);
+    m_head_left -= got;
+    if (endedInsideLine(rc, line)) TALVEX_RAISE_AT(__LINE__, function, ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
+}
+
+void TALVEXHTTPParser::readRequestHead(PNXBufferedInputStream* is) {
+    static const char* const function = "TALVEXHTTPParser::parseRequest";
+    m_multipart = 0;
+    m_content_length = 0;
+    m_chunked = 0;
+    startHead();
     MOXByteBuffer line(256, 256);
 
     // The method is scanned byte by byte so that a client speaking something
@@ -169,7 +262,8 @@ void TALVEXHTTPParser::parseRequest(PNXBufferedInputStream* is) {
     int prev = 0;
     for (;;) {
         const int c = is->read();
-        if (c < 0) TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::parseRequest", ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
+        if (c < 0) TALVEX_RAISE_AT(__LINE__, function, ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
+        if (m_head_left-- == 0) boundPassed(__LINE__, function, m_limits, kSizeBound);
         if (prev == 0) line.reset();
         line << static_cast<char>(c);
 
@@ -190,54 +284,44 @@ void TALVEXHTTPParser::parseRequest(PNXBufferedInputStream* is) {
                 line << static_cast<char>(more);
             }
             line << "...";
-            TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::parseRequest", ErrNotPost, TALVEXMessage(0xF2A987E8),
-                                   printable(line.str()));
+            TALVEX_RAISE_DETAIL_AT(__LINE__, function, ErrNotPost, TALVEXMessage(0xF2A987E8), printable(line.str()));
         }
         if (c == 'T') break;
         prev = c == '\n' ? 0 : c;
     }
 
-    if (endedInsideLine(is->readline(line), line))
-        TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::parseRequest", ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
+    readHeadLine(is, line, function);
     line.trim();
     validateRequestLine(line);
     processHeaders(is, 1, line);
 }
 
-void TALVEXHTTPParser::parseResponse(PNXBufferedInputStream* is) {
-    MOX_ASSERT(is);
+void TALVEXHTTPParser::readResponseHead(PNXBufferedInputStream* is) {
+    static const char* const function = "TALVEXHTTPParser::parseResponse";
     m_multipart = 0;
     m_content_length = 0;
     m_chunked = 0;
     MOXByteBuffer line(256, 256);
 
-    for (;;) {
+    for (std::size_t interim = 0;; ++interim) {
+        // Each interim head is a head of its own, bounded as such; their
+        // number is bounded too, or a peer could keep the reader for ever.
+        if (interim > m_limits.maxInterimResponses) boundPassed(__LINE__, function, m_limits, kInterimBound);
+        startHead();
         do {
             line.reset();
-            if (endedInsideLine(is->readline(line), line))
-                TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::parseResponse", ErrHeadIncomplete,
-                                TALVEXMessage(0xF2AD7BA3));
+            readHeadLine(is, line, function);
         } while (line.trim() == 0);
 
+        // Every 1xx but 101 (Switching Protocols) announces a later final
+        // response: 100 Continue, 102 Processing, 103 Early Hints. Its head
+        // is read to its end and forgotten; its pseudo-headers are
+        // overwritten by the final status line.
         const int status = validateResponseLine(line);
-        // An interim "100 Continue" head is read to its end and forgotten; its
-        // pseudo-headers are overwritten by the final status line.
-        processHeaders(is, status != 100, line);
-        if (status != 100) return;
+        const bool final = status < 100 || status > 199 || status == 101;
+        processHeaders(is, final, line);
+        if (final) return;
     }
-}
-
-void TALVEXHTTPParser::parsePartHeaders(PNXBufferedInputStream* is) {
-    MOX_ASSERT(is);
-    // One parser serves every part of a message: each part starts from nothing.
-    m_multipart = 0;
-    m_content_length = 0;
-    m_chunked = 0;
-    m_content_id.clear();
-    m_content_type.clear();
-    m_boundary.clear();
-    clearHeaders();
-    processHeaders(is, 1);
 }
 
 void TALVEXHTTPParser::validateRequestLine(MOXByteBuffer& line) {
@@ -294,12 +378,13 @@ void TALVEXHTTPParser::processHeaders(PNXBufferedInputStream* is, int store) {
 }
 
 void TALVEXHTTPParser::processHeaders(PNXBufferedInputStream* is, int store, MOXByteBuffer& line) {
+    static const char* const function = "TALVEXHTTPParser::processHeaders";
     MOX_ASSERT(is);
-    for (;;) {
+    for (std::size_t count = 0;; ++count) {
         line.reset();
-        if (endedInsideLine(is->readline(line), line))
-            TALVEX_RAISE_AT(__LINE__, "TALVEXHTTPParser::processHeaders", ErrHeadIncomplete, TALVEXMessage(0xF2AD7BA3));
+        readHeadLine(is, line, function);
         if (line.trim() == 0) return;
+        if (count == m_limits.maxHeadLines) boundPassed(__LINE__, function, m_limits, kLinesBound);
         if (store) processHeader(line);
     }
 }
@@ -352,10 +437,9 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
                                    TALVEXMessage(0xF2A4A974), printable(text));
         m_content_id = value;
     } else if (name == "content-length") {
-        if (empty)
+        if (empty || !setContentLength(value))
             TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrContentLength,
                                    TALVEXMessage(0xF2A728B0), printable(text));
-        m_content_length = toInt(value);
     } else if (name == "transfer-encoding") {
         if (empty)
             TALVEX_RAISE_DETAIL_AT(__LINE__, "TALVEXHTTPParser::processHeader", ErrTransferEncoding,
@@ -367,19 +451,37 @@ void TALVEXHTTPParser::processHeader(MOXByteBuffer& line) {
     setHeader(name.c_str(), std::move(stored));
 }
 
+bool TALVEXHTTPParser::setContentLength(const char* value) {
+    // Digits only, or a list of equal lengths ("5, 5", repeated headers joined
+    // by a proxy). A length that is no number, or two that differ, would pick
+    // the wrong end of the body.
+    int length = -1;
+    for (const char* p = value;;) {
+        const char* digits = p;
+        while (*p >= '0' && *p <= '9') ++p;
+        if (p == digits) return false;
+        const int v = toInt(digits);
+        if (length >= 0 && v != length) return false;
+        length = v;
+        while (isDelimiter(*p)) ++p;
+        if (*p == '\0') break;
+        if (*p++ != ',') return false;
+        while (isDelimiter(*p)) ++p;
+    }
+    if (m_length_seen && length != m_content_length) return false;
+    m_content_length = length;
+    m_length_seen = true;
+    return true;
+}
+
 std::string makePrintable(const char* pString) {
     // MOX_ASSERT would expand NULL before the condition is turned into text.
     MOX_ASSERT_AT(__LINE__, NULL != pString);
-    try {
-        std::string copy(pString);
-        for (char& c : copy) {
-            const unsigned char b = static_cast<unsigned char>(c);
-            if (b < 0x20 || b > 0x7E) c = '?';
-        }
-        return copy;
-    } catch (const std::bad_alloc&) {
-        MOX_THROW(MOXOutOfMemoryError, nullptr);
-    } catch (const std::exception& e) {
-        MOXStdExceptionError(e).hurl(MOX_HERE, nullptr, "MOX_THROW");
+    std::string copy;
+    convertingStdErrors(nullptr, [&] { copy = pString; });
+    for (char& c : copy) {
+        const unsigned char b = static_cast<unsigned char>(c);
+        if (b < 0x20 || b > 0x7E) c = '?';
     }
+    return copy;
 }

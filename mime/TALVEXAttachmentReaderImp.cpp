@@ -11,7 +11,8 @@
 
 static const char MOX_UNIT[] = "TALVEXAttachmentReaderImp";
 
-TALVEXAttachmentReaderImp::TALVEXAttachmentReaderImp(TALVEXMPInputStream* in) : m_decoded(nullptr), m_raw(in) {}
+TALVEXAttachmentReaderImp::TALVEXAttachmentReaderImp(TALVEXMPInputStream* in, const TALVEXLimits& limits)
+    : m_parser(limits), m_decoded(nullptr), m_raw(in) {}
 
 TALVEXAttachmentReaderImp::~TALVEXAttachmentReaderImp() {
     delete m_decoded;

@@ -10,7 +10,8 @@ class TALVEXMPInputStream;
 // for every part, the envelope part first.
 class TALVEXAttachmentReaderImp : public TALVEXAttachmentReader {
 public:
-    explicit TALVEXAttachmentReaderImp(TALVEXMPInputStream* in);
+    // The part heads are held to the limits' head bounds.
+    TALVEXAttachmentReaderImp(TALVEXMPInputStream* in, const TALVEXLimits& limits);
     ~TALVEXAttachmentReaderImp() override;
 
     const char* getContentId() override;

@@ -123,26 +123,29 @@ unsigned TALVEXMPInputStream::read(MOXByteBuffer& b, unsigned n) {
     return k;
 }
 
-unsigned TALVEXMPInputStream::readline(MOXByteBuffer& b) {
-    for (;;) {
-        const char* from = m_buf + m_take;
-        const char* const stop = m_buf + m_part_end;
+unsigned TALVEXMPInputStream::readline(MOXByteBuffer& b, unsigned max) {
+    unsigned room = max;
+    while (room > 0) {
+        const char* const from = m_buf + m_take;
+        const unsigned k = deliverable() < room ? deliverable() : room;
         // A CR as the last deliverable byte is never followed by a deliverable
         // LF: the scanner holds a trailing CR back as a possible delimiter.
-        while (from < stop) {
-            const char* cr = static_cast<const char*>(std::memchr(from, '\r', stop - from));
-            if (cr == NULL || cr + 1 >= stop) break;
+        for (const char* p = from; p + 1 < from + k;) {
+            const char* cr = static_cast<const char*>(std::memchr(p, '\r', from + k - p));
+            if (cr == NULL || cr + 1 >= from + k) break;
             if (cr[1] == '\n') {
-                const unsigned count = static_cast<unsigned>(cr + 2 - (m_buf + m_take));
-                b.appendChars(m_buf + m_take, count);
+                const unsigned count = static_cast<unsigned>(cr + 2 - from);
+                b.appendChars(from, count);
                 m_take += count;
                 return count;
             }
-            from = cr + 1;
+            p = cr + 1;
         }
-        if (m_part_end > m_take) {
-            b.appendChars(m_buf + m_take, deliverable());
-            m_take = m_part_end;
+        if (k > 0) {
+            b.appendChars(from, k);
+            m_take += k;
+            room -= k;
+            if (room == 0) return k;
         } else if (m_scanner.isFound()) {
             m_part_done = 1;
             return 0;
@@ -155,6 +158,7 @@ unsigned TALVEXMPInputStream::readline(MOXByteBuffer& b) {
         }
         TALVEX_RAISE_AT(__LINE__, "TALVEXMPInputStream::readline", ErrMultipartEnd, TALVEXMessage(0xF2ADBF2A));
     }
+    return 0;
 }
 
 void TALVEXMPInputStream::skipPart() {

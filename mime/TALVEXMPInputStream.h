@@ -46,10 +46,11 @@ public:
     // The end of the multipart body: after the closing delimiter, the bytes
     // read beyond it go back to the inner stream when it can unread.
     void unWrap() override;
-    // Appends the part's bytes up to and including the next CR LF; the count
-    // of the last step (nonzero when a line ended), 0 when the part ended
-    // first. Never PNX_EOF.
-    unsigned readline(MOXByteBuffer& b) override;
+    // Appends the part's bytes up to and including the next CR LF, at most
+    // max of them; the count of the last step (nonzero when a line ended or
+    // the bound stopped it), 0 when the part ended first. Never PNX_EOF.
+    using PNXBufferedInputStream::readline;
+    unsigned readline(MOXByteBuffer& b, unsigned max) override;
 
     // Drops the rest of the current part.
     virtual void skipPart();

@@ -23,6 +23,7 @@ TALVEXMessageReaderImp::TALVEXMessageReaderImp(int request, PNXInputStream* in, 
       m_drained(false),
       m_caller_timeout(0),
       m_caller_cancel(0),
+      m_parser(m_limits),
       m_original_is(in),
       m_buffered(nullptr),
       m_chunked(nullptr),
@@ -100,11 +101,8 @@ void TALVEXMessageReaderImp::skipRest() {
     if (m_multipart != nullptr) m_multipart->unWrap();
     if (m_chunked != nullptr) {
         while (m_chunked->read(scratch, 64) != PNX_EOF) scratch.reset();
-        // The trailer, up to its empty line.
-        do {
-            scratch.reset();
-            m_buffered->readline(scratch);
-        } while (scratch.trim() != 0);
+        // The trailer, up to its empty line and within the head bounds.
+        m_parser.skipTrailer(m_buffered);
     }
     if (m_block != nullptr) {
         while (m_block->read(scratch, 64) != PNX_EOF) scratch.reset();
@@ -139,7 +137,7 @@ PNXInputStream& TALVEXMessageReaderImp::openEnvelope() {
         // delimiter pattern, which starts with CR LF.
         m_body->unread("\r\n", 2);
         m_multipart = MOX_NEW(TALVEXMPInputStream, m_body, m_parser.getBoundary());
-        m_attachment = MOX_NEW(TALVEXAttachmentReaderImp, m_multipart);
+        m_attachment = MOX_NEW(TALVEXAttachmentReaderImp, m_multipart, m_limits);
         openNextAttachment();
         m_body = &m_attachment->getInputStream();
     }

@@ -149,13 +149,18 @@ unsigned TALVEXQPInputStream::read(MOXByteBuffer& b, unsigned n) {
     return k;
 }
 
-unsigned TALVEXQPInputStream::readline(MOXByteBuffer& b) {
+unsigned TALVEXQPInputStream::readline(MOXByteBuffer& b, unsigned max) {
     b.reset();
+    if (max == 0) return 0;
     if (m_pos == 0 && getDecodedLine() == -1) return PNX_EOF;
-    if (m_line.pcount() > m_pos) b.appendChars(m_line.str() + m_pos, pending());
-    m_line.reset();
-    m_pos = 0;
-    return b.pcount();
+    const unsigned k = pending() < max ? pending() : max;
+    b.appendChars(m_line.str() + m_pos, k);
+    m_pos += k;
+    if (pending() == 0) {
+        m_line.reset();
+        m_pos = 0;
+    }
+    return k;
 }
 
 int TALVEXQPInputStream::canUnread() const { return 0; }

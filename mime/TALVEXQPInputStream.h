@@ -32,10 +32,11 @@ public:
     void unread(const char* bytes, unsigned n) override;
     void wrap(PNXInputStream& in) override;
     void unWrap() override;
-    // Replaces b's content with the undelivered rest of the current line
-    // (decoding a new one first when nothing of a line was delivered yet) and
-    // returns its length; PNX_EOF at the end.
-    unsigned readline(MOXByteBuffer& b) override;
+    // Replaces b's content with the undelivered rest of the current line, at
+    // most max bytes of it (decoding a new one first when nothing of a line
+    // was delivered yet) and returns its length; PNX_EOF at the end.
+    using PNXBufferedInputStream::readline;
+    unsigned readline(MOXByteBuffer& b, unsigned max) override;
 
     // The next encoded byte, or -1.
     virtual int getRawChar();

@@ -34,6 +34,7 @@ struct Plan {
     size_t offset = 0;
     Cut cut = Cut::Close;
     bool whole = true;  // serve the whole response and keep the connection
+    std::string endless;  // sent again and again after the cut, until the client goes
 };
 
 // One peer per worker; each accepted connection serves its requests according
@@ -65,6 +66,11 @@ private:
                 continue;
             }
             LoopbackServer::sendAll(fd, p.response->bytes.substr(0, p.offset));
+            if (!p.endless.empty()) {
+                while (!m_server.stopping() && LoopbackServer::sendAll(fd, p.endless)) {
+                }
+                return;
+            }
             if (p.cut == Cut::Reset) {
                 LoopbackServer::resetOnClose(fd);
             } else if (p.cut == Cut::Stall) {
@@ -231,5 +237,51 @@ TEST(CutResponse, TrickleCannotOutlastTheTimeLimitOrACancel) {
         if (canceller.joinable()) canceller.join();
         EXPECT_EQ(cancel ? "cancelled" : "timed out", ended);
         EXPECT_THROW(session->doRequest(env, response), MOXIllegalStateError) << "sent again without reconnect";
+    }
+}
+
+// A peer that never stops sending its head: an endless header line, endless
+// header lines, endless interim responses, an endless line in the envelope
+// part's head, an endless trailer. Each is refused at a bound (code 6) or, for
+// the trailer, dropped at one, long before memory or the test's time runs out.
+TEST(CutResponse, EndlessHeadsAreRefusedAtABound) {
+    const std::vector<Recorded> responses = recordedResponses();
+    const std::string& chunkedResponse = responses[1].bytes;
+    const std::string multipart = untilCloseResponses()[1].bytes;
+    struct Row {
+        const char* name;
+        std::string start;
+        std::string endless;
+        const char* property;  // set to "0" on the session, or null
+    };
+    const std::vector<Row> rows = {
+        {"header line", "HTTP/1.1 200 OK\r\nX-Long: ", std::string(4096, 'l'), nullptr},
+        {"header lines", "HTTP/1.1 200 OK\r\n", "X-Many: m\r\n", nullptr},
+        {"interim responses", "", "HTTP/1.1 103 Early Hints\r\n\r\n", nullptr},
+        {"part head line", multipart.substr(0, multipart.find("Content-ID: <env>")) + "X-Long: ",
+         std::string(4096, 'l'), nullptr},
+        {"trailer", chunkedResponse.substr(0, chunkedResponse.size() - 2), "X-Trailer: t\r\n", nullptr},
+        {"interim response past the session's bound", "HTTP/1.1 100 Continue\r\n\r\n" + chunkedResponse, "",
+         "max-interim-responses"},
+    };
+    for (const Row& row : rows) {
+        CuttingPeer peer;
+        Recorded r{row.name, row.start, false, {}};
+        Plan p;
+        p.response = &r;
+        p.offset = row.start.size();
+        p.whole = row.property != nullptr;
+        p.endless = row.endless;
+        peer.setPlan(p);
+        TALVEX toolkit;
+        toolkit.setUseVLT(0);
+        std::unique_ptr<TALVEXSession> session(toolkit.getSession("127.0.0.1", peer.port(), "/svc", nullptr, 5));
+        ASSERT_NE(nullptr, session);
+        if (row.property != nullptr) session->setProperty(row.property, "0");
+        const Outcome o = cycle(*session, false);
+        if (row.endless == "X-Trailer: t\r\n")
+            EXPECT_TRUE(o.completed || o.error == "TALVEXException 6") << row.name << ": " << o.error;
+        else
+            EXPECT_EQ("TALVEXException 6", o.error) << row.name;
     }
 }

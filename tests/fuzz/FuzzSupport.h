@@ -14,6 +14,7 @@
 
 #include "moxcore/MOXThrowable.h"
 #include "pnxstreams/PNXInputStream.h"
+#include "talvex/TALVEXLimits.h"
 
 namespace fuzz {
 
@@ -35,6 +36,19 @@ void guarded(F&& body) {
 // The first byte picks how many bytes each inner read hands out (1..16, or
 // all), so that splits at every position get explored.
 inline unsigned pieceFrom(uint8_t b) { return (b & 0x10) ? 0xFFFFFFFFu : (b & 0x0F) + 1u; }
+
+// The bounds on heads: the defaults for inputs of even length, and for odd
+// lengths bounds small enough for a short input to reach them.
+inline TALVEXLimits limitsFor(size_t size) {
+    TALVEXLimits limits;
+    if (size % 2 == 1) {
+        limits.maxHeadLine = 8 + size % 120;
+        limits.maxHeadLines = size % 9;
+        limits.maxHeadSize = 16 + size % 600;
+        limits.maxInterimResponses = size % 3;
+    }
+    return limits;
+}
 
 // Splits "<boundary>\n<body>": the boundary is the first line, at most 200
 // bytes (so the delimiter pattern always fits the multipart stream's buffer)

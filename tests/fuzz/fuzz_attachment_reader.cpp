@@ -1,7 +1,8 @@
 // The attachment reader over the multipart stream, part after part, as the
 // message reader drives it: headers parsed, the getters asked, the body read
 // raw or quoted-printable decoded (or refused, for base64). The input is
-// "<boundary>\n<body>", as for the multipart target.
+// "<boundary>\n<body>", as for the multipart target; its length picks the
+// bounds on part heads (fuzz::limitsFor).
 
 #include <cstdint>
 #include <string>
@@ -23,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::guarded([&] {
         in.unread("\r\n", 2);
         TALVEXMPInputStream mp(&in, boundary);
-        TALVEXAttachmentReaderImp attachment(&mp);
+        TALVEXAttachmentReaderImp attachment(&mp, fuzz::limitsFor(size));
         unsigned parts = 0;
         while (mp.hasNextPart()) {
             mp.nextPart();

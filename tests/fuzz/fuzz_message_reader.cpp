@@ -3,7 +3,8 @@
 // response, the read size, whether attachments are read or left for the
 // reader's destructor, and how the envelope is read: through the DOM parser,
 // or (bit 7) as a stream by a fixed small reader, so that time goes to the
-// framing rather than to the XML parser.
+// framing rather than to the XML parser. The input's length picks the bounds
+// on heads (fuzz::limitsFor).
 
 #include <cstdint>
 #include <string>
@@ -19,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint8_t mode = data[0];
     MemoryInputStream mem(std::string(reinterpret_cast<const char*>(data) + 1, size - 1), fuzz::pieceFrom(mode >> 1));
     fuzz::guarded([&] {
-        TALVEXMessageReaderImp reader(mode & 1, &mem);
+        TALVEXMessageReaderImp reader(mode & 1, &mem, fuzz::limitsFor(size));
         fuzz::guarded([&] {
             if (mode & 0x80) {
                 PNXInputStream& envelope = reader.openEnvelope();

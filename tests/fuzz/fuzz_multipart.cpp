@@ -1,7 +1,8 @@
 // The multipart stream. The input is "<boundary>\n<body>": the boundary is
 // the first line (at most 200 bytes, so the pattern always fits the stream's
 // buffer), the rest is the body, read part by part as the message reader
-// does: CR LF pushed in front, header lines, then the data.
+// does: CR LF pushed in front, header lines (bounded as the input's length
+// picks, fuzz::limitsFor), then the data.
 
 #include <cstdint>
 #include <string>
@@ -23,13 +24,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::guarded([&] {
         in.unread("\r\n", 2);
         TALVEXMPInputStream mp(&in, boundary);
+        const unsigned lineBound = static_cast<unsigned>(fuzz::limitsFor(size).maxHeadLine);
         unsigned parts = 0;
         while (mp.hasNextPart()) {
             mp.nextPart();
             if (++parts > 10000) std::abort();
             MOXByteBuffer line;
             unsigned lines = 0;
-            while (mp.readline(line) != 0) {
+            while (mp.readline(line, lineBound) != 0) {
                 if (line.pcount() <= 2) break;  // the empty line ending the part's head
                 line.reset();
                 if (++lines > 100000) std::abort();

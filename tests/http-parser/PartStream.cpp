@@ -11,13 +11,13 @@ int PartStream::read() {
     return static_cast<unsigned char>(m_data[m_pos++]);
 }
 
-unsigned PartStream::readline(MOXByteBuffer& b) {
+unsigned PartStream::readline(MOXByteBuffer& b, unsigned max) {
     unsigned n = 0;
-    while (m_pos < m_data.size()) {
+    while (m_pos < m_data.size() && n < max) {
         const char c = m_data[m_pos++];
         b << c;
         ++n;
         if (c == '\n') return n;
     }
-    return 0;
+    return n == max ? n : 0;  // stopped by the bound, or the part ended
 }

@@ -13,7 +13,8 @@ public:
     explicit PartStream(std::string data);
 
     int read() override;
-    unsigned readline(MOXByteBuffer& b) override;
+    using PNXBufferedInputStream::readline;
+    unsigned readline(MOXByteBuffer& b, unsigned max) override;
 
 private:
     std::string m_data;

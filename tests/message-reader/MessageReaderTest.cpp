@@ -116,6 +116,34 @@ TEST(MessageReader, DestroyingTheReaderLeavesTheConnectionAtTheNextMessage) {
     }
 }
 
+// The reader's limits bound the response head, every part head and the
+// trailer after the last chunk, which the destructor stops reading at the bound.
+TEST(MessageReader, ItsLimitsBoundTheHeadThePartHeadsAndTheTrailer) {
+    TALVEXLimits limits;
+    limits.maxHeadLine = 200;
+    const std::string longHeader = "X-Long: " + std::string(300, 'l') + "\r\n";
+    MemoryInputStream head("HTTP/1.1 200 OK\r\n" + longHeader + "\r\n" + kEnvelope);
+    TALVEXMessageReaderImp r(0, &head, limits);
+    EXPECT_EQ(6, toolkitError([&] { envelopeText(r); }).getCode());
+
+    std::string body = multipartBody();
+    body.insert(body.find("Content-ID: 1"), longHeader);
+    MemoryInputStream part(multipartHead("Content-Length: " + std::to_string(body.size()) + "\r\n") + body);
+    TALVEXMessageReaderImp m(0, &part, limits);
+    EXPECT_EQ(kEnvelope, envelopeText(m));
+    EXPECT_EQ(6, toolkitError([&] { m.openNextAttachment(); }).getCode());
+
+    std::string message = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + chunked(kEnvelope);
+    message.resize(message.size() - 2);
+    for (int i = 0; i < 100000; ++i) message += "X-T: t\r\n";
+    MemoryInputStream trailer(message + "\r\n");
+    {
+        TALVEXMessageReaderImp t(0, &trailer, limits);
+        EXPECT_EQ(kEnvelope, envelopeText(t));
+    }
+    EXPECT_LT(trailer.consumed(), message.size() / 4) << "the trailer is read up to its bound only";
+}
+
 TEST(MessageReader, AttachmentsAreIteratedAfterTheEnvelope) {
     MemoryInputStream in(multipartHead("Transfer-Encoding: chunked\r\n") + chunked(multipartBody(), 9));
     TALVEXMessageReaderImp r(0, &in);

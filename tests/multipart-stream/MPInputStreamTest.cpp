@@ -337,16 +337,26 @@ TEST(MultipartLines, LoneCrStaysInsideTheLineAndTheLastLineAnswersZero) {
     EXPECT_EQ(0u, r);
 }
 
-TEST(MultipartLines, LineLongerThanTheBufferComesWhole) {
+// Unbounded, a long line comes whole; with a bound, readline stops there (a
+// nonzero count) and the rest of the line stays for the next call.
+TEST(MultipartLines, LineLongerThanTheBufferComesWholeOrStopsAtTheBound) {
     const std::string longLine = std::string(3000, 'h') + "\r\n";
-    Fixture f("--b\r\n" + longLine + "\r\n\r\n--b--", "b", {700});
+    Fixture f("--b\r\n" + longLine + longLine + "\r\n--b--", "b", {700});
     ASSERT_EQ(1, f.mp.hasNextPart());
     f.mp.nextPart();
     unsigned r = 0;
     EXPECT_EQ(longLine, line(f.mp, &r));
     EXPECT_GT(r, 0u);
     EXPECT_LT(r, longLine.size()) << "the count is that of the last step only";
-    EXPECT_EQ("\r\n", line(f.mp));
+    const auto bounded = [&f](unsigned bound) {
+        MOXByteBuffer b(16, 16);
+        EXPECT_NE(0u, f.mp.readline(b, bound));
+        return std::string(b.str(), b.pcount());
+    };
+    EXPECT_EQ(std::string(2500, 'h'), bounded(2500));
+    EXPECT_EQ(std::string(500, 'h') + "\r", bounded(501)) << "a CR LF across the bound is cut too";
+    EXPECT_EQ("\n", line(f.mp, &r));
+    EXPECT_EQ(0u, r) << "the part ended there";
 }
 
 // ---------------------------------------------------------------- the end of the body

@@ -231,6 +231,15 @@ TEST(QPReading, ReadlineGivesTheRestOfTheCurrentLine) {
     EXPECT_EQ(4u, r);
     EXPECT_EQ("", readline(d.qp, &r));
     EXPECT_EQ(PNX_EOF, r);
+
+    // A bound hands the line out in pieces.
+    Decoder bounded("abcdef\r\nz");
+    MOXByteBuffer b;
+    EXPECT_EQ(4u, bounded.qp.readline(b, 4));
+    EXPECT_EQ(4u, bounded.qp.readline(b, 4));
+    EXPECT_EQ("ef\r\n", std::string(b.str(), b.pcount()));
+    EXPECT_EQ(1u, bounded.qp.readline(b, 4));
+    EXPECT_EQ("z", std::string(b.str(), b.pcount()));
 }
 
 TEST(QPReading, ReadlineAfterReadsThatTookTheLineExactlyAnswersZeroThenTheNextLine) {

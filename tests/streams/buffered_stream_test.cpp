@@ -156,6 +156,25 @@ TEST(BufferedStreamLines, LinesLongerThanTheBufferComeWhole) {
     }
 }
 
+// A bounded line stops at the bound, the rest stays; without read-ahead
+// nothing beyond the bound leaves the inner stream.
+TEST(BufferedStreamLines, ABoundedLineStopsAtItsBound) {
+    const std::string longLine = std::string(5000, 'L') + "\r\n";
+    for (int size : {0, 8}) {
+        MemoryInputStream in(longLine, 7);
+        PNXBufferedInputStream s(in, size);
+        MOXByteBuffer b;
+        EXPECT_EQ(0u, s.readline(b, 0));
+        EXPECT_EQ(5001u, s.readline(b, 5001));
+        EXPECT_EQ(std::string(5000, 'L') + "\r", std::string(b.str(), b.pcount()));
+        if (size == 0) EXPECT_EQ(5001u, in.position());
+        b.reset();
+        EXPECT_EQ(1u, s.readline(b, 100));
+        EXPECT_EQ(PNX_EOF, s.readline(b, 100));
+        EXPECT_EQ("\n", std::string(b.str(), b.pcount()));
+    }
+}
+
 TEST(BufferedStreamLines, LinesAndReadsMixForEverySplit) {
     const std::string data = "HTTP/1.1 200 OK\r\nA: b\r\n\r\nbody bytes\r\nmore";
     for (int size : {1, 3, 5, 1024}) {

@@ -89,13 +89,15 @@ public:
         while (data.find(marker) == std::string::npos && ::recv(fd, &c, 1, 0) == 1) data += c;
         return data;
     }
-    static void sendAll(int fd, const std::string& data) {
+    // False when the peer is gone before all was sent.
+    static bool sendAll(int fd, const std::string& data) {
         size_t off = 0;
         while (off < data.size()) {
             ssize_t n = ::send(fd, data.data() + off, data.size() - off, MSG_NOSIGNAL);
-            if (n <= 0) return;
+            if (n <= 0) return false;
             off += static_cast<size_t>(n);
         }
+        return true;
     }
     // The connection ends with a TCP reset instead of an orderly shutdown when
     // the handler returns (the server closes every accepted socket itself).

@@ -161,26 +161,29 @@ void PNXBufferedInputStream::unWrap() {
     m_inner = nullptr;
 }
 
-unsigned PNXBufferedInputStream::readline(MOXByteBuffer& b) {
+unsigned PNXBufferedInputStream::readline(MOXByteBuffer& b, unsigned max) {
+    if (max == 0) return 0;
     unsigned total = 0;
-    for (;;) {
+    while (total < max) {
         if (m_pos == m_end) {
             if (m_inner == nullptr) break;
             if (m_size == 0) {
                 // Without read-ahead the line is taken byte by byte, so nothing
                 // after its LF leaves the inner stream.
-                for (;;) {
+                while (total < max) {
                     const int c = m_inner->read();
                     if (c < 0) return total > 0 ? total : PNX_EOF;
                     b << static_cast<char>(c);
                     ++total;
                     if (c == '\n') return total;
                 }
+                return total;
             }
             if (!fill()) break;
         }
         const char* p = m_buf + m_pos;
-        const unsigned held = buffered();
+        const unsigned room = max - total;
+        const unsigned held = buffered() < room ? buffered() : room;
         const char* lf = static_cast<const char*>(std::memchr(p, '\n', held));
         const unsigned k = lf != nullptr ? static_cast<unsigned>(lf - p) + 1 : held;
         b.appendChars(p, k);

@@ -37,7 +37,11 @@ public:
     // Appends the next line including its LF (so a CR LF line ends with CR LF)
     // to b and returns the count appended; PNX_EOF at the end of the data. A
     // last line without LF is returned as it is.
-    virtual unsigned readline(MOXByteBuffer& b);
+    unsigned readline(MOXByteBuffer& b) { return readline(b, PNX_EOF); }
+    // The same, appending at most max bytes: a longer line stops there, its
+    // rest stays unread, and the count is max (b then does not end with LF).
+    // A peer's endless line costs no more than the bound. max 0 reads nothing.
+    virtual unsigned readline(MOXByteBuffer& b, unsigned max);
 
 private:
     unsigned buffered() const { return m_end - m_pos; }
