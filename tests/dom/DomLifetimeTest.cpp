@@ -89,6 +89,25 @@ TEST(DomLifetime, AppendingWithinADocumentMovesAndAcrossDocumentsCopies) {
     EXPECT_EQ("<other><root><b/><a/></root></other>", MOXIDOM_Helper::toString(otherRoot));
 }
 
+TEST(DomLifetime, DeepTreesAreCopiedWrittenAndReadWithoutRecursion) {
+    const int depth = 100000;
+    MOXIDOM_Document doc;
+    MOXIDOM_Element e = doc.createElement("e");
+    doc.appendChild(e);
+    for (int i = 1; i < depth; ++i) e = e.appendElementNS("", "e");
+    e.appendText("deep");
+    std::string xml;
+    for (int i = 0; i < depth; ++i) xml += "<e>";
+    xml += "deep";
+    for (int i = 0; i < depth; ++i) xml += "</e>";
+
+    MOXIDOM_Document other;
+    MOXIDOM_Node copy = MOXIDOM_Helper::appendChild(other, doc.getDocumentElement());
+    EXPECT_EQ("deep", copy.getTextContent());
+    EXPECT_EQ(xml, MOXIDOM_Helper::toString(copy));
+    EXPECT_EQ(xml, MOXIDOM_Helper::toString(doc.importNode(copy)));
+}
+
 TEST(DomLifetime, NullHandles) {
     MOXIDOM_Node none;
     EXPECT_TRUE(none == NULL);
