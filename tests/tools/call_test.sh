@@ -111,21 +111,22 @@ case_http_status() {
 }
 
 case_deep() {
-    # /N answers with N nested elements.
-    start_http_server deep '        depth = int(self.path.strip("/"))
+    # /N answers with N nested elements, after the whole request (sent with a length).
+    start_http_server deep '        self.rfile.read(int(self.headers["Content-Length"]))
+        depth = int(self.path.strip("/"))
         body = ("<e>" * depth + "x" + "</e>" * depth).encode()
         self.send_response(200)
         self.send_header("Content-Type", "text/xml")
         self.send_header("Content-Length", str(len(body)))
         self.end_headers()
         self.wfile.write(body)'
-    run_call 0 "http://127.0.0.1:$PORT/900" "$ENVELOPE"
+    run_call 0 --content-length "http://127.0.0.1:$PORT/900" "$ENVELOPE"
     [ "$(wc -l <"$OUT")" -eq 1799 ] || fail "expected one line per tag"
     # Indentation stops growing at 80 columns, so the output stays proportional to the tree.
     [ "$(awk '{ if (length($0) > n) n = length($0) } END { print n }' "$OUT")" -le 88 ] || fail "a line wider than 88"
     expect_in "$OUT" '<e>x</e>'
     # Far deeper: refused before it costs time or stack.
-    run_call 6 "http://127.0.0.1:$PORT/50000" "$ENVELOPE"
+    run_call 6 --content-length "http://127.0.0.1:$PORT/50000" "$ENVELOPE"
     expect_in "$ERR" 'elements nested deeper than 1000 levels'
 }
 
