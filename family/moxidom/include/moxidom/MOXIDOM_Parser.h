@@ -9,7 +9,6 @@
 #include "moxidom/MOXIDOM_Document.h"
 
 XERCES_CPP_NAMESPACE_BEGIN
-class DOMNode;
 class InputSource;
 XERCES_CPP_NAMESPACE_END
 
