@@ -6,8 +6,6 @@
 #include "moxcore/MOXByteBuffer.h"
 #include "moxcore/MOXThrow.h"
 #include "moxidom/MOXIDOM_DOMException.h"
-#include "moxidom/MOXIDOM_Document.h"
-#include "moxidom/MOXIDOM_Helper.h"
 #include "moxidom/MOXIDOM_Parser.h"
 #include "pnxstreams/PNXBlockInputStream.h"
 #include "pnxstreams/PNXBufferedInputStream.h"
@@ -146,9 +144,17 @@ PNXInputStream& TALVEXMessageReaderImp::openEnvelope() {
 
 void TALVEXMessageReaderImp::getEnvelope(MOXIDOM_Node& node) {
     PNXInputStream& s = openEnvelope();
-    MOXIDOM_Document document;
     MOXIDOM_Parser parser(0);
-    if (parser.parse(s, document) == 0) {
+    parser.setLimits(m_limits.maxEnvelopeSize, m_limits.maxXmlDepth);
+    int parsed;
+    try {
+        // Built straight under node, in its document: the envelope is never copied.
+        parsed = parser.parseInto(s, node);
+    } catch (MOXIDOM_DOMException& e) {
+        TALVEX_RAISE_AT(__LINE__, "TALVEXMessageReaderImp::getEnvelope", ErrEnvelopeDom,
+                        TALVEXMessage(0xF2A3D9EB) << MOXMessageParm(e.getCode(), MOX_PARM_DECIMAL));
+    }
+    if (parsed == 0) {
         TALVEXException e(MOX_SEVERITY_ERROR, TALVEXException::ErrEnvelopeParse);
         e << (TALVEXMessage(0xF2AB0DAF) << MOXMessageParm(parser.getCurrentLineNumber(), MOX_PARM_DECIMAL)
                                         << MOXMessageParm(parser.getCurrentColumnNumber(), MOX_PARM_DECIMAL)
@@ -159,15 +165,6 @@ void TALVEXMessageReaderImp::getEnvelope(MOXIDOM_Node& node) {
         const std::string status = errorStatus();
         if (!status.empty()) e << MOXMessageString(I18NString(status.c_str()));
         e.hurl(MOX_HERE, "TALVEXMessageReaderImp::getEnvelope", "MOX_THROW");
-    }
-    try {
-        MOXIDOM_Node child = document.getFirstChild();
-        if (child == NULL)
-            TALVEX_RAISE_AT(__LINE__, "TALVEXMessageReaderImp::getEnvelope", ErrEnvelopeEmpty, TALVEXMessage(0xF2AC10DF));
-        MOXIDOM_Helper::appendChild(node, child);
-    } catch (MOXIDOM_DOMException& e) {
-        TALVEX_RAISE_AT(__LINE__, "TALVEXMessageReaderImp::getEnvelope", ErrEnvelopeDom,
-                        TALVEXMessage(0xF2A3D9EB) << MOXMessageParm(e.getCode(), MOX_PARM_DECIMAL));
     }
     closeEnvelope(s);
 }

@@ -16,33 +16,49 @@ const std::string kResponse =
     "<soapenv:Envelope xmlns:soapenv=\"http://schemas.xmlsoap.org/soap/envelope/\">"
     "<soapenv:Body><r:sum xmlns:r=\"urn:r\">3</r:sum></soapenv:Body></soapenv:Envelope>";
 
-// What the message reader does: parse into a local document, append its first
-// child to the caller's node, let the local document go.
-MOXIDOM_Node readInto(MOXIDOM_Node target) {
-    MemoryInputStream in(kResponse);
-    MOXIDOM_Document local;
+// What the message reader does: build the envelope straight under the caller's node.
+MOXIDOM_Node readInto(MOXIDOM_Node target, const std::string& xml = kResponse) {
+    MemoryInputStream in(xml);
     MOXIDOM_Parser parser(0);
-    if (!parser.parse(in, local)) return MOXIDOM_Node();
-    return MOXIDOM_Helper::appendChild(target, local.getFirstChild());
+    if (!parser.parseInto(in, target)) return MOXIDOM_Node();
+    return target.getLastChild();
 }
 
-TEST(DomLifetime, AnAppendedEnvelopeOutlivesTheParsedDocument) {
+TEST(DomLifetime, AnEnvelopeIsBuiltUnderTheCallersNode) {
     MOXIDOM_Document callers;
     MOXIDOM_Element holder = callers.createElement("response");
     callers.appendChild(holder);
+    holder.appendText("before");
 
-    MOXIDOM_Node envelope = readInto(holder);
+    MOXIDOM_Node envelope = readInto(holder, "<!-- c --><?pi x?>" + kResponse + "<!-- after -->\n");
     ASSERT_FALSE(envelope == NULL);
-    EXPECT_TRUE(envelope == holder.getFirstChild());
+    EXPECT_TRUE(envelope == holder.getLastChild());
     EXPECT_TRUE(envelope.getOwnerDocument() == callers);
     EXPECT_EQ("3", envelope.getFirstChild().getFirstChild().getTextContent());
-    EXPECT_EQ(kResponse, MOXIDOM_Helper::toString(envelope));
+    EXPECT_EQ("<response>before" + kResponse + "</response>", MOXIDOM_Helper::toString(holder))
+        << "only the root element is appended";
 
     // It can also become the root of an empty document.
     MOXIDOM_Document response;
     ASSERT_FALSE(readInto(response) == NULL);
     EXPECT_EQ("Envelope", response.getDocumentElement().getLocalName());
     EXPECT_EQ(SOAP_ENV, response.getDocumentElement().getNamespaceURI());
+
+    // A failed parse leaves the parent as it was.
+    EXPECT_TRUE(readInto(holder, "<a><b>text</b><c>") == NULL);
+    EXPECT_TRUE(envelope == holder.getLastChild());
+    MemoryInputStream broken(kResponse);
+    broken.failAt(kResponse.size() - 3);
+    MOXIDOM_Parser parser(0);
+    EXPECT_THROW(parser.parseInto(broken, holder), MemoryInputStream::Failure);
+    EXPECT_TRUE(envelope == holder.getLastChild());
+
+    // A parent that cannot take a root element is refused before anything is read.
+    for (const MOXIDOM_Node& parent : {MOXIDOM_Node(response), holder.getFirstChild(), MOXIDOM_Node()}) {
+        MemoryInputStream unread(kResponse);
+        EXPECT_THROW(parser.parseInto(unread, parent), MOXIDOM_DOMException);
+        EXPECT_EQ(0u, unread.position());
+    }
 }
 
 TEST(DomLifetime, HandlesKeepTheirDocumentAlive) {
@@ -87,6 +103,25 @@ TEST(DomLifetime, AppendingWithinADocumentMovesAndAcrossDocumentsCopies) {
     EXPECT_TRUE(copy.getOwnerDocument() == other);
     EXPECT_TRUE(root.getParentNode() == doc) << "the original stays in place";
     EXPECT_EQ("<other><root><b/><a/></root></other>", MOXIDOM_Helper::toString(otherRoot));
+}
+
+TEST(DomLifetime, DeepTreesAreCopiedWrittenAndReadWithoutRecursion) {
+    const int depth = 100000;
+    MOXIDOM_Document doc;
+    MOXIDOM_Element e = doc.createElement("e");
+    doc.appendChild(e);
+    for (int i = 1; i < depth; ++i) e = e.appendElementNS("", "e");
+    e.appendText("deep");
+    std::string xml;
+    for (int i = 0; i < depth; ++i) xml += "<e>";
+    xml += "deep";
+    for (int i = 0; i < depth; ++i) xml += "</e>";
+
+    MOXIDOM_Document other;
+    MOXIDOM_Node copy = MOXIDOM_Helper::appendChild(other, doc.getDocumentElement());
+    EXPECT_EQ("deep", copy.getTextContent());
+    EXPECT_EQ(xml, MOXIDOM_Helper::toString(copy));
+    EXPECT_EQ(xml, MOXIDOM_Helper::toString(doc.importNode(copy)));
 }
 
 TEST(DomLifetime, NullHandles) {

@@ -1,6 +1,10 @@
 // Parsing: errors and their positions, incremental reading, refused DOCTYPEs.
 
+#include <sys/resource.h>
+
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <string>
 
@@ -9,6 +13,7 @@
 #include "FileWatch.h"
 #include "MemoryInputStream.h"
 #include "TreeCompare.h"
+#include "moxcore/MOXErrors.h"
 #include "moxidom/MOXIDOM.h"
 
 namespace {
@@ -111,6 +116,80 @@ TEST(DomParser, ExceptionsOfTheStreamReachTheCaller) {
 
     MemoryInputStream again("<a/>");
     EXPECT_NE(0, parser.parse(again, doc)) << "the parser is usable after an aborted parse";
+}
+
+// An element opened without end, then text without end.
+class EndlessInputStream : public PNXInputStream {
+public:
+    int read() override { return 'x'; }
+    unsigned read(char* buf, unsigned n) override {
+        unsigned i = 0;
+        for (; i < n && m_opened < 3; ++i) buf[i] = "<a>"[m_opened++];
+        std::memset(buf + i, 'x', n - i);
+        return n;
+    }
+    unsigned read(MOXByteBuffer&, unsigned) override { return PNX_EOF; }
+
+private:
+    unsigned m_opened = 0;
+};
+
+TEST(DomParser, DocumentsBeyondTheBoundsAreRefusedEarly) {
+    std::string million;
+    for (int i = 0; i < 1000000; ++i) million += "<a>";
+    const std::string thousand = million.substr(0, 3000) + std::string("x") + [] {
+        std::string end;
+        for (int i = 0; i < 1000; ++i) end += "</a>";
+        return end;
+    }();
+    struct Row {
+        std::string xml;
+        size_t maxBytes, maxDepth;
+        const char* refusal;  // null: parses
+    } rows[] = {
+        {million, 0, 1000, "elements nested deeper than 1000 levels"},
+        {thousand, 0, 1000, nullptr},
+        {thousand, thousand.size(), 0, nullptr},
+        {thousand, thousand.size() - 1, 0, "document larger than 7000 bytes"},
+        {"<a>" + std::string(1000000, 'x'), 100000, 0, "document larger than 100000 bytes"},
+    };
+    MOXIDOM_Parser parser(0);
+    for (const Row& row : rows) {
+        parser.setLimits(row.maxBytes, row.maxDepth);
+        MemoryInputStream in(row.xml);
+        MOXIDOM_Document doc;
+        MOXIDOM_Document fromText;
+        EXPECT_EQ(row.refusal == nullptr, parser.parse(in, doc) != 0) << parser.errorString();
+        EXPECT_EQ(row.refusal == nullptr, parser.parse(row.xml, fromText) != 0) << parser.errorString();
+        if (row.refusal == nullptr) continue;
+        EXPECT_EQ(165, parser.getErrorCode());
+        EXPECT_STREQ(row.refusal, parser.errorString());
+        EXPECT_LE(in.position(), 200000u) << "stopped at the bound, not at the end";
+        EXPECT_TRUE(doc.getDocumentElement() == NULL);
+    }
+}
+
+// In 256 MiB of address space an endless text fills the memory: 0 when that
+// ends in MOXOutOfMemoryError.
+int parseUntilMemoryRunsOut() {
+    const rlimit limit{256u << 20, 256u << 20};
+    setrlimit(RLIMIT_AS, &limit);
+    EndlessInputStream in;
+    MOXIDOM_Parser parser(0);
+    MOXIDOM_Document doc;
+    try {
+        parser.parse(in, doc);
+    } catch (const MOXOutOfMemoryError&) {
+        return 0;
+    }
+    return 1;
+}
+
+TEST(DomParser, RunningOutOfMemoryIsAnOutOfMemoryError) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "an address space limit does not fit the sanitizers' shadow memory";
+#endif
+    EXPECT_EXIT(std::exit(parseUntilMemoryRunsOut()), testing::ExitedWithCode(0), "");
 }
 
 TEST(DomParser, DoctypesAreRefusedAndNothingExternalIsOpened) {

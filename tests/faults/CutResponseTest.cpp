@@ -285,3 +285,43 @@ TEST(CutResponse, EndlessHeadsAreRefusedAtABound) {
             EXPECT_EQ("TALVEXException 6", o.error) << row.name;
     }
 }
+
+// A peer whose envelope never ends, nested or flat: the session's bounds on
+// envelopes end the cycle in error 16 long before memory or time run out.
+TEST(CutResponse, AnEndlessEnvelopeEndsAtTheSessionsBounds) {
+    const struct {
+        std::string piece;
+        int maxEnvelopeSize;  // 0: the default
+        const char* text;
+    } rows[] = {{"<a>", 0, "elements nested deeper than 1000 levels"},
+                {std::string(4096, 'x'), 1 << 20, "document larger than 1048576 bytes"}};
+    for (const auto& row : rows) {
+        LoopbackServer peer([&](int fd) {
+            LoopbackServer::readUntil(fd, "\r\n0\r\n\r\n");
+            // One chunk, without the last chunk that would end the body.
+            auto chunkOf = [](const std::string& data) {
+                const std::string c = chunked(data, data.size());
+                return c.substr(0, c.size() - 5);
+            };
+            std::string stream = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + chunkOf("<a>");
+            const std::string more = chunkOf(row.piece);
+            while (!peer.stopping() && ::send(fd, stream.data(), stream.size(), MSG_NOSIGNAL) > 0) stream = more;
+        });
+        TALVEX toolkit;
+        toolkit.setUseVLT(0);
+        std::unique_ptr<TALVEXSession> session(toolkit.getSession("127.0.0.1", peer.port(), "/svc", nullptr, 5));
+        ASSERT_NE(nullptr, session);
+        if (row.maxEnvelopeSize != 0) session->setProperty("max-envelope-size", row.maxEnvelopeSize);
+        MOXIDOM_Document request, response;
+        MOXIDOM_Element env = request.createElementNS(kSoapNs, "soapenv:Envelope");
+        request.appendChild(env);
+        try {
+            session->doRequest(env, response);
+            ADD_FAILURE() << "an endless envelope was accepted";
+        } catch (TALVEXException& e) {
+            EXPECT_EQ(16, e.getCode());
+            EXPECT_EQ(row.text, e.getMessageAt(1).format().str());
+        }
+        session.reset();  // closes the connection, which ends the peer
+    }
+}

@@ -221,6 +221,42 @@ TEST(MessageReader, MalformedEnvelopeReportsLineAndColumn) {
     EXPECT_FALSE(e.getMessageAt(1).format().str().empty()) << "the parser's own text follows";
 }
 
+TEST(MessageReader, HostileEnvelopesAreRefusedBeforeTheyCostMemoryOrStack) {
+    std::string deep;
+    for (int i = 0; i < 1000000; ++i) deep += "<a>";
+    TALVEXLimits small;
+    small.maxEnvelopeSize = 1000;
+    const std::string chunkedHead = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + chunk("<a>");
+    struct Row {
+        std::string message;
+        TALVEXLimits limits;
+        int code;
+        const char* text;
+    } rows[] = {
+        {"HTTP/1.1 200 OK\r\n\r\n" + deep, TALVEXLimits(), 16, "elements nested deeper than 1000 levels"},
+        {chunkedHead + chunk(std::string(5000, 'x')) + chunk(std::string(5000, 'x')), small, 16,
+         "document larger than 1000 bytes"},
+        {"HTTP/1.1 200 OK\r\n\r\n" + kEnvelope, TALVEXLimits(), 18, nullptr},  // into a document with a root
+    };
+    for (const Row& row : rows) {
+        MemoryInputStream in(row.message);
+        TALVEXMessageReaderImp r(0, &in, row.limits);
+        MOXIDOM_Document doc = MOXIDOM_Document::parseString("<root/>");
+        MOXIDOM_Node target = row.code == 18 ? MOXIDOM_Node(doc) : doc.getDocumentElement();
+        TALVEXException e = toolkitError([&] { r.getEnvelope(target); });
+        EXPECT_EQ(row.code, e.getCode());
+        EXPECT_EQ("<root/>", MOXIDOM_Helper::toString(doc.getDocumentElement())) << "nothing handed over";
+        if (row.text == nullptr) continue;
+        EXPECT_EQ(row.text, e.getMessageAt(1).format().str());
+        EXPECT_LT(in.consumed(), 100000u) << "refused at the bound, not at the end";
+    }
+
+    // The envelope, not a comment before it, reaches the caller.
+    MemoryInputStream commented("HTTP/1.1 200 OK\r\n\r\n<!-- generated -->" + kEnvelope);
+    TALVEXMessageReaderImp r(0, &commented);
+    EXPECT_EQ(kEnvelope, envelopeText(r));
+}
+
 TEST(MessageReader, EnvelopeOpenedButNeverClosedSkipsNothingOnDestruction) {
     std::string body = multipartBody();
     body.insert(body.find("first"), std::string(8000, 'x'));

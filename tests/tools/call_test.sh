@@ -163,17 +163,7 @@ start_python() {
 
 case_http_status() {
     # A web server that knows no POST answers with an HTML error page.
-    start_python http '
-import http.server, sys
-class H(http.server.BaseHTTPRequestHandler):
-    def do_POST(self):
-        self.send_error(404, "No SOAP here")
-    def log_message(self, *a):
-        pass
-s = http.server.HTTPServer(("127.0.0.1", 0), H)
-print("listening on %d" % s.server_address[1], flush=True)
-s.serve_forever()
-'
+    start_http_server http '        self.send_error(404, "No SOAP here")'
     run_call 4 "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
     expect_in "$ERR" 'HTTP status 404'
     [ -s "$OUT" ] && fail "an HTTP error printed on standard output"
@@ -220,6 +210,26 @@ case_trickle() {
     run_call 7 --timeout 2 "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
     expect_in "$ERR" 'timed out: the call took longer than 2 s'
     interrupt_call "http://127.0.0.1:$PORT/soap" "$ENVELOPE"
+}
+
+case_deep() {
+    # /N answers with N nested elements, after the whole request (sent with a length).
+    start_http_server deep '        self.rfile.read(int(self.headers["Content-Length"]))
+        depth = int(self.path.strip("/"))
+        body = ("<e>" * depth + "x" + "</e>" * depth).encode()
+        self.send_response(200)
+        self.send_header("Content-Type", "text/xml")
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)'
+    run_call 0 --content-length "http://127.0.0.1:$PORT/900" "$ENVELOPE"
+    [ "$(wc -l <"$OUT")" -eq 1799 ] || fail "expected one line per tag"
+    # Indentation stops growing at 80 columns, so the output stays proportional to the tree.
+    [ "$(awk '{ if (length($0) > n) n = length($0) } END { print n }' "$OUT")" -le 88 ] || fail "a line wider than 88"
+    expect_in "$OUT" '<e>x</e>'
+    # Far deeper: refused before it costs time or stack.
+    run_call 6 --content-length "http://127.0.0.1:$PORT/50000" "$ENVELOPE"
+    expect_in "$ERR" 'elements nested deeper than 1000 levels'
 }
 
 case_refused() {

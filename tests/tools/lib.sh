@@ -24,10 +24,32 @@ fail() {
 start_server() {
     local name=$1
     shift
-    local out="$SCRATCH/server-$name.out"
-    "$SERVER" --port 0 "$@" >"$out" 2>"$SCRATCH/server-$name.log" &
+    "$SERVER" --port 0 "$@" >"$SCRATCH/server-$name.out" 2>"$SCRATCH/server-$name.log" &
+    await_server "$name"
+}
+
+# start_http_server NAME CODE: a Python web server whose do_POST runs CODE
+# (four-space indented, `self` the request handler); sets PORT.
+start_http_server() {
+    local name=$1
+    python3 -u -c "
+import http.server
+class H(http.server.BaseHTTPRequestHandler):
+    def do_POST(self):
+$2
+    def log_message(self, *a):
+        pass
+s = http.server.HTTPServer(('127.0.0.1', 0), H)
+print('listening on %d' % s.server_address[1], flush=True)
+s.serve_forever()
+" >"$SCRATCH/server-$name.out" 2>"$SCRATCH/server-$name.log" &
+    await_server "$name"
+}
+
+# await_server NAME: the server just started in the background is listening; sets PORT.
+await_server() {
+    local out="$SCRATCH/server-$1.out" i
     SERVER_PIDS+=($!)
-    local i
     for i in $(seq 1 100); do
         if grep -q '^listening on ' "$out" 2>/dev/null; then
             PORT=$(awk '/^listening on /{print $3}' "$out")
@@ -35,7 +57,7 @@ start_server() {
         fi
         sleep 0.05
     done
-    fail "the echo server '$name' did not start"
+    fail "the server '$1' did not start"
 }
 
 # A CA, a server certificate of it for localhost and 127.0.0.1, and an

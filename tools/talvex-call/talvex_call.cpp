@@ -648,6 +648,9 @@ private:
         }
         if (m_o.verbose) std::fprintf(stderr, "* envelope: %zu bytes\n", r.envelopeText.size());
         MOXIDOM_Parser parser(0);
+        // The bounds a session puts on the envelopes it parses.
+        const TALVEXLimits limits;
+        parser.setLimits(limits.maxEnvelopeSize, limits.maxXmlDepth);
         if (!r.envelopeText.empty() && parser.parse(r.envelopeText, r.document) != 0) {
             r.parsed = r.document.getDocumentElement() != nullptr;
         } else if (r.envelopeText.empty()) {

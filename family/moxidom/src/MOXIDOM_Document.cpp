@@ -4,6 +4,7 @@
 
 #include "MOXIDOM_DocumentHolder.h"
 #include "MOXIDOM_DomCall.h"
+#include "MOXIDOM_Import.h"
 #include "MOXIDOM_Transcoder.h"
 #include "moxidom/MOXIDOM_ParseException.h"
 #include "moxidom/MOXIDOM_Parser.h"
@@ -86,5 +87,5 @@ MOXIDOM_Node MOXIDOM_Document::createProcessingInstruction(const std::string& ta
 MOXIDOM_Node MOXIDOM_Document::importNode(const MOXIDOM_Node& node, bool deep) {
     DOMDocument* doc = document(requireDocument("MOXIDOM_Document::importNode"));
     if (node.m_node == nullptr) MOXIDOM_DomCall::nullHandle("MOXIDOM_Document::importNode (node)");
-    return MOXIDOM_DomCall::run([&] { return sibling(doc->importNode(node.m_node, deep)); });
+    return MOXIDOM_DomCall::run([&] { return sibling(moxidomImport(doc, node.m_node, deep)); });
 }

@@ -4,6 +4,7 @@
 #include <xercesc/dom/DOMNode.hpp>
 
 #include "MOXIDOM_DomCall.h"
+#include "MOXIDOM_Import.h"
 #include "MOXIDOM_Serializer.h"
 #include "MOXIDOM_StringWriter.h"
 
@@ -20,7 +21,7 @@ MOXIDOM_Node MOXIDOM_Helper::appendChild(MOXIDOM_Node parent, MOXIDOM_Node child
         DOMNode* node = child.m_node;
         // A node of another document is copied, because a node cannot outlive
         // its own document's memory; the copy belongs to the parent's document.
-        if (node->getOwnerDocument() != document) node = document->importNode(node, true);
+        if (node->getOwnerDocument() != document) node = moxidomImport(document, node, true);
         return parent.sibling(target->appendChild(node));
     });
 }

@@ -2,8 +2,9 @@
 
 #include "pnxstreams/PNXInputStream.h"
 
-MOXIDOM_StreamBinInputStream::MOXIDOM_StreamBinInputStream(PNXInputStream& in, std::exception_ptr& failure)
-    : m_in(in), m_failure(failure), m_position(0), m_ended(false) {}
+MOXIDOM_StreamBinInputStream::MOXIDOM_StreamBinInputStream(PNXInputStream& in, std::size_t maxBytes,
+                                                           Outcome& outcome)
+    : m_in(in), m_max_bytes(maxBytes), m_outcome(outcome), m_position(0), m_ended(false) {}
 
 XMLSize_t MOXIDOM_StreamBinInputStream::readBytes(XMLByte* const toFill, const XMLSize_t maxToRead) {
     if (m_ended || maxToRead == 0) return 0;
@@ -19,7 +20,7 @@ XMLSize_t MOXIDOM_StreamBinInputStream::readBytes(XMLByte* const toFill, const X
         try {
             n = m_in.read(target + got, block - got);
         } catch (...) {
-            m_failure = std::current_exception();
+            m_outcome.failure = std::current_exception();
             m_ended = true;
             break;
         }
@@ -29,6 +30,12 @@ XMLSize_t MOXIDOM_StreamBinInputStream::readBytes(XMLByte* const toFill, const X
             break;
         }
         got += n;
+    }
+    if (m_max_bytes != 0 && m_position + got > m_max_bytes) {
+        // The bytes past the bound are dropped: the parse fails anyway.
+        got = static_cast<unsigned>(m_max_bytes - m_position);
+        m_outcome.tooLarge = true;
+        m_ended = true;
     }
     m_position += got;
     return got;
