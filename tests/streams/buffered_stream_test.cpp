@@ -167,7 +167,9 @@ TEST(BufferedStreamLines, ABoundedLineStopsAtItsBound) {
         EXPECT_EQ(0u, s.readline(b, 0));
         EXPECT_EQ(5001u, s.readline(b, 5001));
         EXPECT_EQ(std::string(5000, 'L') + "\r", std::string(b.str(), b.pcount()));
-        if (size == 0) EXPECT_EQ(5001u, in.position());
+        if (size == 0) {
+            EXPECT_EQ(5001u, in.position());
+        }
         b.reset();
         EXPECT_EQ(1u, s.readline(b, 100));
         EXPECT_EQ(PNX_EOF, s.readline(b, 100));
