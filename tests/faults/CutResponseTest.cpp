@@ -265,8 +265,8 @@ TEST(CutResponse, EndlessHeadsAreRefusedAtABound) {
          "max-interim-responses"},
     };
     for (const Row& row : rows) {
+        Recorded r{row.name, row.start, false, {}};  // outlives the peer serving it
         CuttingPeer peer;
-        Recorded r{row.name, row.start, false, {}};
         Plan p;
         p.response = &r;
         p.offset = row.start.size();
