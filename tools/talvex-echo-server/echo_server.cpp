@@ -26,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "EchoService.h"
 #include "TlsServerSocket.h"
 #include "http/TALVEXMessageWriterImp.h"
 #include "mime/TALVEXMessageReaderImp.h"
@@ -77,68 +78,6 @@ void logLine(const char* format, ...) {
     std::fprintf(stderr, "talvex-echo-server: %s\n", text);
 }
 
-struct Part {
-    std::string id;
-    std::string type;
-    std::string encoding;
-    std::string disposition;
-    std::string data;  // decoded
-};
-
-struct Request {
-    std::string uri;
-    std::string envelope;
-    bool multipart = false;
-    std::vector<Part> parts;
-    size_t bytes() const {
-        size_t n = envelope.size();
-        for (const Part& p : parts) n += p.data.size();
-        return n;
-    }
-};
-
-std::string readAll(PNXInputStream& in) {
-    std::string data;
-    std::vector<char> buffer(64 * 1024);
-    for (;;) {
-        const unsigned n = in.read(buffer.data(), static_cast<unsigned>(buffer.size()));
-        if (n == PNX_EOF) break;
-        data.append(buffer.data(), n);
-    }
-    return data;
-}
-
-// Quoted-printable with every byte that is not plainly printable escaped, so
-// that any content comes back byte for byte.
-std::string encodeQuotedPrintable(const std::string& data) {
-    static const char hex[] = "0123456789ABCDEF";
-    std::string out;
-    size_t lineLength = 0;
-    for (unsigned char c : data) {
-        const bool plain = c >= 33 && c <= 126 && c != '=';
-        const size_t width = plain ? 1 : 3;
-        if (lineLength + width > 75) {
-            out += "=\r\n";
-            lineLength = 0;
-        }
-        if (plain) {
-            out += static_cast<char>(c);
-        } else {
-            out += '=';
-            out += hex[c >> 4];
-            out += hex[c & 15];
-        }
-        lineLength += width;
-    }
-    return out;
-}
-
-std::string faultEnvelope(const std::string& text) {
-    return "<soapenv:Envelope xmlns:soapenv=\"http://schemas.xmlsoap.org/soap/envelope/\"><soapenv:Body>"
-           "<soapenv:Fault><faultcode>soapenv:Server</faultcode><faultstring>" +
-           text + "</faultstring></soapenv:Fault></soapenv:Body></soapenv:Envelope>";
-}
-
 std::string errorText(const MOXThrowable& e) {
     if (const auto* ex = dynamic_cast<const MOXException*>(&e)) {
         std::string text = "error " + std::to_string(ex->getCode()) + ":";
@@ -151,75 +90,20 @@ std::string errorText(const MOXThrowable& e) {
     return text;
 }
 
-Request readRequest(TALVEXSocket& socket) {
-    Request r;
-    TALVEXMessageReaderImp reader(1, socket.getInputStream());
-    PNXInputStream& envelope = reader.openEnvelope();
-    const char* uri = reader.getHeader("talvex-uri");
-    r.uri = uri != nullptr ? uri : "";
-    r.envelope = readAll(envelope);
-    reader.closeEnvelope(envelope);
-    r.multipart = reader.isMultipart() != 0;
-    while (reader.hasMoreAttachments()) {
-        TALVEXAttachmentReader& a = reader.openNextAttachment();
-        Part p;
-        p.id = a.getContentId();
-        p.type = a.getContentType();
-        const char* encoding = a.getHeader("content-transfer-encoding");
-        p.encoding = encoding != nullptr ? encoding : "";
-        const char* disposition = a.getHeader("content-disposition");
-        p.disposition = disposition != nullptr ? disposition : "";
-        p.data = readAll(a.getInputStream());
-        reader.closeAttachment(a);
-        r.parts.push_back(std::move(p));
-    }
-    return r;  // the reader's destructor reads what is left of the request
-}
-
-void writeResponse(TALVEXSocket& socket, const Request& r, const ServerOptions& o, int status, const char* reason,
-                   const std::string& body) {
-    const bool multipart = r.multipart && status == 200;
-    TALVEXMessageWriterImp writer("", 0, multipart ? 1 : 0, &socket, 1, 16384, nullptr);
-    writer.setResponseStatus(status, reason);
-    PNXOutputStream& out = writer.openEnvelope();
-    if (!body.empty()) out.write(body.data(), static_cast<unsigned>(body.size()));
-    writer.closeEnvelope(out);
-    if (multipart) {
-        for (const Part& p : r.parts) {
-            std::string type = p.type.empty() ? "application/octet-stream" : p.type;
-            const std::string* data = &p.data;
-            std::string encoded;
-            if (strcasecmp(p.encoding.c_str(), "quoted-printable") == 0) {
-                // The reader decoded it; it goes back encoded the same way.
-                type = "text/vornatk-pre-encoded-quoted-printable";
-                encoded = encodeQuotedPrintable(p.data);
-                data = &encoded;
-            }
-            const std::string headers = p.disposition.empty() ? "" : "Content-Disposition:" + p.disposition;
-            PNXOutputStream& part = writer.openAttachment(type.c_str(), nullptr,
-                                                          headers.empty() ? nullptr : headers.c_str(), p.id.c_str(), 0);
-            if (!data->empty()) part.write(data->data(), static_cast<unsigned>(data->size()));
-            writer.closeAttachment(part);
-        }
-    }
-    (void)o;
-    writer.close();
-}
-
 // Serves one request; false when the connection cannot go on.
 bool serveOne(TALVEXSocket& socket, const ServerOptions& o, const std::string& peer) {
     const auto start = std::chrono::steady_clock::now();
     auto elapsed = [&start] {
         return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     };
-    Request r;
+    EchoRequest r;
     try {
-        r = readRequest(socket);
+        r = readEchoRequest(socket);
     } catch (const MOXThrowable& e) {
         const std::string text = errorText(e);
         logLine("%s: unreadable request: %s", peer.c_str(), text.c_str());
         try {
-            writeResponse(socket, r, o, 400, "Bad Request", faultEnvelope("bad request: " + text));
+            writeEchoResponse(socket, r, 400, "Bad Request", echoFaultEnvelope("bad request: " + text));
         } catch (...) {
         }
         return false;
@@ -228,10 +112,10 @@ bool serveOne(TALVEXSocket& socket, const ServerOptions& o, const std::string& p
     const int status = o.fault ? 500 : 200;
     try {
         if (o.fault)
-            writeResponse(socket, r, o, 500, "Internal Server Error",
-                          faultEnvelope("echo server: fault requested with --fault"));
+            writeEchoResponse(socket, r, 500, "Internal Server Error",
+                              echoFaultEnvelope("echo server: fault requested with --fault"));
         else
-            writeResponse(socket, r, o, 200, "OK", r.envelope);
+            writeEchoResponse(socket, r, 200, "OK", r.envelope);
     } catch (const MOXThrowable& e) {
         logLine("%s: POST %s %zu bytes, %zu attachments -> %d not delivered (%s), %.1f ms", peer.c_str(),
                 r.uri.c_str(), r.bytes(), r.parts.size(), status, errorText(e).c_str(), elapsed());
