@@ -215,6 +215,12 @@ case_trickle() {
 case_deep() {
     # /N answers with N nested elements, after the whole request (sent with a length).
     start_http_server deep '        self.rfile.read(int(self.headers["Content-Length"]))
+        if self.path == "/endless":
+            self.send_response(200)
+            self.end_headers()
+            self.wfile.write(b"<e>")
+            while True:
+                self.wfile.write(b"x" * 1048576)
         depth = int(self.path.strip("/"))
         body = ("<e>" * depth + "x" + "</e>" * depth).encode()
         self.send_response(200)
@@ -230,6 +236,9 @@ case_deep() {
     # Far deeper: refused before it costs time or stack.
     run_call 6 --content-length "http://127.0.0.1:$PORT/50000" "$ENVELOPE"
     expect_in "$ERR" 'elements nested deeper than 1000 levels'
+    # An envelope that never ends stops at the size bound, not when memory runs out.
+    run_call 6 --content-length "http://127.0.0.1:$PORT/endless" "$ENVELOPE"
+    expect_in "$ERR" 'the response envelope is larger than 67108864 bytes'
 }
 
 case_refused() {

@@ -581,14 +581,20 @@ private:
         writer.closeAttachment(out);
     }
 
-    // Reads the whole stream.
+    // Reads the whole stream; text is held to the bound a session puts on envelopes.
     void readAll(PNXInputStream& in, std::string* text, std::ofstream* file, Progress& progress) {
+        const std::size_t textLimit = TALVEXLimits().maxEnvelopeSize;
         std::vector<char> buffer(64 * 1024);
         for (;;) {
             const unsigned n = in.read(buffer.data(), static_cast<unsigned>(buffer.size()));
             if (n == PNX_EOF) break;
             if (n == 0) continue;
-            if (text != nullptr) text->append(buffer.data(), n);
+            if (text != nullptr) {
+                if (text->size() + n > textLimit)
+                    throw Failure{ExitMalformed, "the response envelope is larger than " + std::to_string(textLimit) +
+                                                     " bytes"};
+                text->append(buffer.data(), n);
+            }
             if (file != nullptr) {
                 file->write(buffer.data(), n);
                 if (!*file) throw Failure{ExitOther, std::string("cannot write an attachment: ") + std::strerror(errno)};
