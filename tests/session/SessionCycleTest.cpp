@@ -263,6 +263,11 @@ TEST_F(SessionCycle, FailedSendRequestLeavesTheWriterOpenUntilReconnect) {
 
     session->reconnect(10);
     EXPECT_EQ("recovered", roundTrip("recovered"));
+    // A streamed request whose close fails (its envelope left open) fails the cycle too.
+    TALVEXMessageWriter& w = session->openRequest(1);
+    w.openEnvelope();
+    ASSERT_TRUE(CaughtFailure::from([&] { session->closeRequest(w); }).thrown());
+    expectReconnectRequired(CaughtFailure::from([&] { session->openRequest(0); }));
 }
 
 TEST_F(SessionCycle, DeletingTheSessionMidCycleEndsTheConnection) {
