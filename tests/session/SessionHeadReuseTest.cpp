@@ -56,6 +56,12 @@ TEST_F(SessionHeadReuse, AChangedActionOrHeaderIsSent) {
     session->removeHeader("X-Trace");
     EXPECT_EQ(other, cycle("\"urn:b\"", "e"));
     EXPECT_EQ(plain, cycle("\"urn:a\"", "f"));
+
+    // A request given up before its close leaves no head to be sent again.
+    session->openRequest(0).openEnvelope("\"urn:c\"");
+    session->reconnect(10);
+    const std::string given = cycle("\"urn:c\"", "g");
+    EXPECT_NE(std::string::npos, given.find("\r\nSOAPAction: \"urn:c\"\r\n")) << given;
 }
 
 // The envelope's SOAP version is one of the pieces: a SOAP 1.2 request after a
