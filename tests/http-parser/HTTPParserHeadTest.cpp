@@ -343,13 +343,14 @@ TEST(ParserHeaders, ChunkedInAnyCaseSetsTheFlagAndALaterOtherEncodingClearsIt) {
 }
 
 TEST(ParserHeaders, NamesAreTrimmedAndLowerCasedAndLookupIsExact) {
-    HeadFeed f(responseWith("X-Mixed-CASE \t:  some value \r\nHost: a:80\r\n"));
+    HeadFeed f(responseWith("X-Mixed-CASE \t:  some value \r\nHost: a:80\r\nX-Twice: 1\r\nx-twice: 2\r\n"));
     TALVEXHTTPParser p;
     p.parseResponse(f.stream());
     EXPECT_EQ(dumpOf("  some value"), header(p, "x-mixed-case"));
     EXPECT_EQ("(absent)", header(p, "X-Mixed-CASE"));
     EXPECT_EQ("(absent)", header(p, "x-mixed-case "));
     EXPECT_EQ(dumpOf(" a:80"), header(p, "host")) << "the name ends at the first colon";
+    EXPECT_EQ(dumpOf(" 2"), header(p, "x-twice")) << "a repeated header keeps its last value";
 }
 
 TEST(ParserHeaders, LinesWithoutColonAreIgnoredAndContinuationsAreNotJoined) {
